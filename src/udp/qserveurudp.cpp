@@ -1,0 +1,82 @@
+#include "udp/qserveurudp.h"
+
+#include "commun/environnement.h"
+#include "commun/horloge.h"
+
+#include <QDebug>
+#include <QMutexLocker>
+#include <QThread>
+
+#include <sys/socket.h>
+
+// The appliance's address on the tunnel's network: 192.168.1.2 in the NAT64
+// well-known prefix.
+const QString QServeurUdp::ADRESSE_DEFAUT = QStringLiteral("64:ff9b::c0a8:102");
+const QString QServeurUdp::CHEMIN_FICHIER_DB = QStringLiteral("/var/base/hf.db");
+
+QServeurUdp::QServeurUdp()
+    : QObject(nullptr)
+    , dateDernierRestartTunslip6(Horloge::maintenantSecondes())
+    , port(Environnement::portLiaison(PORT_DEFAUT))
+{
+    restartTunslip6();
+    // Replaced at once by ouvrirSiNonOuvert and never started: the first
+    // thread object is kept alive, as the appliance's service always did.
+    threadReception = new QThread;
+    threadsCrees.append(threadReception);
+    ouvrirSiNonOuvert();
+    creerBD();
+}
+
+// The daemon never destroys its server; tests and tools do, so the reception
+// threads are woken, ended and joined here before the members go.
+QServeurUdp::~QServeurUdp()
+{
+    arretReception.store(true);
+    const int descripteur = sock.load();
+    if (descripteur >= 0)
+        ::shutdown(descripteur, SHUT_RDWR);
+    for (QThread *thread : qAsConst(threadsCrees)) {
+        thread->quit();
+        thread->wait();
+        delete thread;
+    }
+}
+
+void QServeurUdp::ecrireLog(const QString &texte)
+{
+    ecrireLog(texte, false);
+}
+
+void QServeurUdp::ecrireLog(const QString &texte, bool forcer)
+{
+    if (!forcer && !log.load())
+        return;
+    qDebug().noquote() << QStringLiteral("%1 (serveur_udp) %2")
+                              .arg(Horloge::maintenant().toString(
+                                       QStringLiteral("dd/MM/yyyy hh:mm:ss")),
+                                   texte);
+}
+
+void QServeurUdp::setLog()
+{
+    log.store(true);
+}
+
+QList<DonneesUDP> QServeurUdp::copieDonneesUDP() const
+{
+    QMutexLocker verrou(&mutexDonneesUDP);
+    return lesDonneesUDP;
+}
+
+QList<QServeurUdp::_info_trame> QServeurUdp::copieInfosTrame() const
+{
+    QMutexLocker verrou(&mutexInfosTrame);
+    return LesInfosTrame;
+}
+
+void QServeurUdp::ajouterInfoTrame(const _info_trame &info)
+{
+    QMutexLocker verrou(&mutexInfosTrame);
+    LesInfosTrame.append(info);
+}

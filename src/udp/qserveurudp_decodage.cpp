@@ -1,0 +1,3 @@
+#include "udp/qserveurudp.h"
+
+void QServeurUdp::traiterDatagram(QByteArray) {}

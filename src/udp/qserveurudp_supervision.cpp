@@ -1,0 +1,4 @@
+#include "udp/qserveurudp.h"
+
+void QServeurUdp::verifierSiBesoinRepairBr() {}
+void QServeurUdp::restartTunslip6() {}
