@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs, from Debian's packages, whatever the build, the tests and the demo
+# need and the machine lacks. Nothing is installed when everything is there.
+set -euo pipefail
+
+paquets=(cmake make g++ qtbase5-dev libqt5sql5-sqlite procps iproute2 faketime sqlite3 "$@")
+
+manquants=()
+for paquet in "${paquets[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$paquet" 2>/dev/null | grep -q 'install ok installed'; then
+        manquants+=("$paquet")
+    fi
+done
+[ ${#manquants[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${manquants[*]}"
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "Run as root (or install sudo) to install: ${manquants[*]}" >&2; exit 1; }
+    sudo=sudo
+fi
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update
+$sudo apt-get install -y --no-install-recommends "${manquants[@]}"
