@@ -67,6 +67,9 @@ public:
     void calculerTauxInfosTrames();
     void enregistrerTaux();
     void supprimerAnciennesInfosTrames();
+    // Appends one accepted frame to the history (the module update does it
+    // for every frame; tests build histories with it).
+    void ajouterInfoTrame(const _info_trame &info);
     // Retention purges (qserveurudp_purges.cpp)
     void supprimerAnciensModules();
     void supprimerAnciennesMesures();
@@ -104,7 +107,6 @@ public slots:
 private:
     Q_DISABLE_COPY(QServeurUdp)
 
-    void ajouterInfoTrame(const _info_trame &info);
     // The radio database connection of one task, by the per-task name rule.
     QSqlDatabase connexionTache(const QString &nom, const QString &prefixeLog);
 
