@@ -1,3 +1,39 @@
 #include "udp/qserveurudp.h"
 
-void QServeurUdp::traiterDatagram(QByteArray) {}
+#include "commun/horloge.h"
+#include "udp/decodeurtrame.h"
+
+#include <QMutexLocker>
+
+void QServeurUdp::traiterDatagram(QByteArray datagramme)
+{
+    const QDateTime dateheure = Horloge::maintenant();
+    const QString trame = DecodeurTrame::texteDatagramme(datagramme);
+
+    ecrireLog(QStringLiteral("début traiterDatagram : Trame UDP reçue : %1").arg(trame));
+    DonneesUDP donnees;
+    const DecodeurTrame::Issue issue = DecodeurTrame::decoder(trame, dateheure, &donnees);
+    if (issue == DecodeurTrame::Issue::Vide)
+        return;
+
+    int a_traite = 0;
+    if (issue == DecodeurTrame::Issue::TypeInconnu) {
+        ecrireLog(QStringLiteral("Type trame inconnu : '%1'").arg(trame.at(0)));
+    } else if (issue == DecodeurTrame::Issue::Acceptee) {
+        {
+            // The acquisition cycle copies this list while frames arrive: it
+            // must see either the old reading of the module or the new one.
+            QMutexLocker verrou(&mutexDonneesUDP);
+            for (int i = lesDonneesUDP.size() - 1; i >= 0; --i) {
+                if (lesDonneesUDP.at(i).module == donnees.module)
+                    lesDonneesUDP.removeAt(i);
+            }
+            lesDonneesUDP.append(donnees);
+        }
+        setModule(donnees.dateheure, donnees.module, donnees.parent, donnees.type,
+                  DecodeurTrame::rangEntier(donnees.rank), donnees.batterie, donnees.valeur,
+                  donnees.alim);
+        a_traite = 1;
+    }
+    ecrireLog(QStringLiteral("fin traiterDatagram : a_traite = %1").arg(a_traite));
+}

@@ -1,3 +1,160 @@
 #include "udp/qserveurudp.h"
 
-void QServeurUdp::setModule(QDateTime, QString, QString, QString, int, double, QString, int) {}
+#include "radio/fonctions_bases.h"
+#include "udp/arbremodules.h"
+#include "udp/sqltexte.h"
+
+#include <QMutexLocker>
+#include <QSqlError>
+#include <QSqlQuery>
+
+#include <cstdlib>
+
+namespace {
+
+// Numbers in statements and log lines are written as QString::arg writes a
+// double ('g', default precision).
+QString nombre(double valeur)
+{
+    return QStringLiteral("%1").arg(valeur, 0, 'g', -1);
+}
+
+QString erreurSql(const QSqlError &erreur)
+{
+    return QString::number(numeroErreur(erreur));
+}
+
+bool aEchoue(const QSqlQuery &query)
+{
+    return numeroErreur(query.lastError()) >= 0;
+}
+
+} // namespace
+
+void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent, QString type,
+                            int rank, double batterie, QString valeur, int alim)
+{
+    const QString secondes = QString::number(static_cast<quint32>(dateheure.toSecsSinceEpoch()));
+
+    // Every substitution is made in one pass, so that a text holding "%1" or
+    // a quote stays the literal it was sent as.
+    const QString moduleSql = texteSql(module);
+    const QString parentSql = texteSql(parent);
+    const QString typeSql = texteSql(type);
+    const QString valeurSql = texteSql(valeur);
+
+    // "hf" is shared with the purges of the acquisition cycle.
+    QMutexLocker verrou(&mutexDb);
+    ecrireLog(QStringLiteral("setModule début traitement classique"));
+    db.open();
+    {
+        QSqlQuery query(db);
+        query.exec(QStringLiteral("select x, y, nom from modules where module = '%1' order by "
+                                  "date_dernier_acces desc limit 1")
+                       .arg(moduleSql));
+        if (aEchoue(query))
+            ecrireLog(QStringLiteral("Erreur select modules : %1 : %2")
+                          .arg(erreurSql(query.lastError()), query.lastError().text()));
+
+        if (!query.next()) {
+            query.exec(QStringLiteral("insert into modules (module, parent, type, rank, "
+                                      "date_dernier_acces, batterie, valeur, "
+                                      "date_changement_pile) values ('%1', '%2', '%3', %4, %5, "
+                                      "%6, '%7', '%8')")
+                           .arg(moduleSql, parentSql, typeSql, QString::number(rank), secondes,
+                                nombre(batterie), valeurSql, QString::number(-1)));
+            if (aEchoue(query))
+                ecrireLog(QStringLiteral("Erreur insertion modules : %1 : %2")
+                              .arg(erreurSql(query.lastError()), query.lastError().text()));
+        } else {
+            // The file made at start-up has no `alim` column: this update fails
+            // there and says so, as the appliance's own base always has.
+            query.exec(QStringLiteral("update modules set date_dernier_acces=%1, parent='%2', "
+                                      "type='%3', rank=%4, batterie=%5, valeur='%6', alim='%7' "
+                                      "where module='%8'")
+                           .arg(secondes, parentSql, typeSql, QString::number(rank),
+                                nombre(batterie), valeurSql, QString::number(alim), moduleSql));
+            if (aEchoue(query))
+                ecrireLog(QStringLiteral("Erreur update modules : %1  : %2")
+                              .arg(erreurSql(query.lastError()), query.lastError().text()));
+        }
+    }
+
+    les_modules_radio *table = fonctions_bases::getLesModulesRadio();
+    const ArbreModules arbre(table);
+    std::free(table);
+    if (arbre.borneAtteinte())
+        ecrireLog(QStringLiteral("setModule : Calcul des rangs : i = %1")
+                      .arg(ArbreModules::NB_NIVEAUX_MAX));
+
+    const int nb_sauts = arbre.profondeur(module);
+    const double current_rank = arbre.pasDeRang(module, parent);
+
+    ecrireLog(QStringLiteral("Ajout dans LesInfosTrame"));
+    ajouterInfoTrame(_info_trame(dateheure, module, current_rank, parent, arbre.nbEnfants(module)));
+    int tailleInfos = 0;
+    {
+        QMutexLocker verrouInfos(&mutexInfosTrame);
+        tailleInfos = LesInfosTrame.size();
+    }
+    ecrireLog(QStringLiteral("LesInfosTrame.size() = %1").arg(tailleInfos));
+
+    ecrireLog(QStringLiteral("fonctions_bases::getModule %1").arg(module));
+    gestion_radio gr = fonctions_bases::getModule(module);
+    ecrireLog(QStringLiteral("fonctions_bases::getModule %1 après").arg(gr.numeroTexte()));
+
+    const QString prefixe = QStringLiteral("QServeurUDP::setModule %1 ");
+    // Heard again, a module the main application had set aside is live anew.
+    gr.present = 1;
+    ecrireLog(QString(prefixe + QStringLiteral("numero")).arg(module));
+    Champs::ecrireTexte(gr.numero, gestion_radio::LARGEUR_NUMERO, module.toUtf8(),
+                        gestion_radio::LARGEUR_NUMERO);
+    ecrireLog(QString(prefixe + QStringLiteral("dateheure_mesure %2")).arg(module, secondes));
+    gr.dateheure_mesure = static_cast<quint32>(dateheure.toSecsSinceEpoch());
+    ecrireLog(
+        QString(prefixe + QStringLiteral("nb_sauts %2")).arg(module, QString::number(nb_sauts)));
+    gr.nb_sauts = nb_sauts;
+    ecrireLog(QString(prefixe + QStringLiteral("parent %2")).arg(module, parent));
+    Champs::ecrireTexte(gr.parent, gestion_radio::LARGEUR_PARENT, parent.toUtf8(),
+                        gestion_radio::LARGEUR_PARENT);
+    ecrireLog(QString(prefixe + QStringLiteral("pile %2")).arg(module, nombre(batterie)));
+    gr.pile = batterie;
+    ecrireLog(QString(prefixe + QStringLiteral("rank %2")).arg(module, QString::number(rank)));
+    gr.rank = rank;
+    ecrireLog(
+        QString(prefixe + QStringLiteral("current_rank %2")).arg(module, nombre(current_rank)));
+    gr.current_rank = current_rank;
+    ecrireLog(QString(prefixe + QStringLiteral("type %2")).arg(module, type));
+    Champs::ecrireTexte(gr.type, gestion_radio::LARGEUR_TYPE, type.toUtf8(),
+                        gestion_radio::LARGEUR_TYPE);
+    ecrireLog(QString(prefixe + QStringLiteral("valeur %2")).arg(module, valeur));
+    // Cut to 49 bytes so that the field always ends with its NUL; like the C
+    // copy it replaces, a zero byte in the text ends it.
+    ecrireLog(QStringLiteral("memset(gr.valeur, 0, %1)").arg(gestion_radio::LARGEUR_VALEUR));
+    ecrireLog(QStringLiteral("strncpy(gr.valeur, valeur.toUtf8().data(), %1)")
+                  .arg(gestion_radio::LARGEUR_VALEUR - 1));
+    const QByteArray valeurOctets = valeur.toUtf8();
+    Champs::ecrireTexte(gr.valeur, gestion_radio::LARGEUR_VALEUR,
+                        valeurOctets.left(static_cast<int>(qstrlen(valeurOctets.constData()))),
+                        gestion_radio::LARGEUR_VALEUR - 1);
+    ecrireLog(QStringLiteral("QServeurUDP::setModule après valeur"));
+
+    ecrireLog(QStringLiteral("fonctions_bases::setModule %1 (%2)").arg(module, gr.numeroTexte()));
+    fonctions_bases::setModule(gr);
+    ecrireLog(
+        QStringLiteral("fonctions_bases::setModule %1 (%2) après").arg(module, gr.numeroTexte()));
+
+    if (enregistrerMesures) {
+        QSqlQuery query(db);
+        query.exec(QStringLiteral("insert into mesures_hf (module, dateheure_mesure_hf, parent, "
+                                  "rank, batterie, valeur, alim) values ('%1', %2, '%3', '%4', "
+                                  "'%5', '%6', '%7')")
+                       .arg(moduleSql, secondes, parentSql, QString::number(rank), nombre(batterie),
+                            valeurSql, QString::number(alim)));
+        if (aEchoue(query))
+            ecrireLog(QStringLiteral("Erreur insertion mesures_hf : %1 : %2")
+                          .arg(erreurSql(query.lastError()), query.lastError().text()));
+    }
+    db.close();
+    ecrireLog(QStringLiteral("setModule fin traitement classique %1").arg(module));
+}
