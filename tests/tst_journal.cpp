@@ -81,6 +81,7 @@ void TestJournal::serveurMuetSansLogSaufForce()
     BacASable bac;
     bac.activer();
     QServeurUdp serveur;
+    init(); // the tunnel restart's pause moved the frozen clock
     CaptureLog capture;
     serveur.ecrireLog("ordinaire");
     serveur.ecrireLog("ordinaire aussi", false);
@@ -94,6 +95,7 @@ void TestJournal::consoleSeulementApresLog()
     BacASable bac;
     bac.activer();
     AcquisitionRadio service;
+    init();
     QSignalSpy signal(&service, &LogQuintaris::log);
     CaptureLog capture;
 
@@ -118,6 +120,7 @@ void TestJournal::fichierVal0SansFinDeLigne()
     BacASable bac;
     bac.activer();
     AcquisitionRadio service;
+    init();
     service.ecrireLog("Voie 3 n'a pas de QConnexionRJ45 développé", true);
     Horloge::avancer(1);
     service.ecrireLog("Voie 4 n'a pas de QConnexionRJ45 développé", true);
