@@ -1,14 +1,84 @@
 #include "connexions/qradio.h"
 
+#include "app/acquisitionradio.h"
+#include "commun/horloge.h"
+
+#include <QStringList>
+
 const QString QRadio::TYPE_ACQUISITION = QStringLiteral("radio");
 const double QRadio::VALEUR_DEFAUT_GLOBAL = -55.0;
 QRadio::SourceLectures QRadio::sourceLectures;
+
+namespace {
+// The service's reading list as it stands now, as copies: the reception
+// thread frees its own records when a newer frame of the module arrives.
+QList<DonneesUDP> lecturesActuelles()
+{
+    if (QRadio::sourceLectures)
+        return QRadio::sourceLectures();
+    if (!acq)
+        return {};
+    return acq->LesDonneesUDP();
+}
+} // namespace
 
 QRadio::QRadio(const QString &adresseModule, int numeroMesure)
     : QConnexionRJ45(TYPE_ACQUISITION, 30)
     , adresseModule(adresseModule)
     , numeroMesure(numeroMesure)
 {
+    // Every ordinary line would run one ps process per channel and cycle.
+    setEcrireLog(false);
+    setValeurDefaut(VALEUR_DEFAUT_GLOBAL);
 }
-double QRadio::getMesureEnCoursSousType() { throw -1; }
-QString QRadio::genererIdTrame() { return {}; }
+
+QString QRadio::genererIdTrame()
+{
+    return adresseModule + QLatin1Char(':') + QString::number(numeroMesure);
+}
+
+double QRadio::getMesureEnCoursSousType()
+{
+    const quint32 maintenant = Horloge::maintenantSecondes();
+
+    // The list is fetched again for each index so that a reading that
+    // arrives during the walk is still seen.
+    for (int i = 0;; ++i) {
+        const QList<DonneesUDP> lectures = lecturesActuelles();
+        if (i >= lectures.size())
+            break;
+        const DonneesUDP lecture = lectures.at(i);
+        if (lecture.module != adresseModule)
+            continue;
+
+        // Unsigned: a reading dated in the future is as useless as an old one.
+        const quint32 age = maintenant - static_cast<quint32>(lecture.dateheure.toSecsSinceEpoch());
+        if (age > static_cast<quint32>(NB_SECONDE_VALIDITE_MESURE)) {
+            // A later record of the same module may still be fresh.
+            ecrireLog(QStringLiteral("Mesure trop ancienne de %1 secondes").arg(age), false, false);
+            continue;
+        }
+
+        if (numeroMesure == 2)
+            return lecture.batterie;
+        if (estContact && numeroMesure == 1)
+            return static_cast<double>(lecture.alim);
+
+        const QStringList operandes = lecture.valeur.split(QLatin1Char(':'), Qt::KeepEmptyParts);
+        if (numeroMesure >= 0 && numeroMesure < operandes.size()) {
+            // A part that is not a number reads as 0.0, like a closed contact.
+            const double nombre = operandes.at(numeroMesure).toDouble();
+            if (estContact)
+                return nombre > 0 ? 1.0 : 0.0;
+            return nombre;
+        }
+
+        ecrireLog(QStringLiteral("Pas d'opérande dans la valeur %1").arg(lecture.valeur), false,
+                  false);
+        ecrireLog(QStringLiteral("Aucune mesure trouvée : envoi d'une exception"), false, false);
+        throw -1;
+    }
+
+    ecrireLog(QStringLiteral("Aucune mesure trouvée : envoi d'une exception"), false, false);
+    throw -1;
+}
