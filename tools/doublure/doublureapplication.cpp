@@ -73,12 +73,20 @@ bool DoublureApplication::creerZone(const QString &cle, QString *erreur)
                 *erreur = QStringLiteral("%1: %2").arg(cle, zone->errorString());
             return false;
         }
+        // Too small to be ours: left by another program under a system key
+        // that happens to be this one. Detaching removes it when nobody else
+        // is attached, and ours can then be made.
         if (zone->size() < taille) {
-            if (erreur)
-                *erreur = QStringLiteral("%1: an existing segment of %2 bytes is too small")
-                              .arg(cle)
-                              .arg(zone->size());
-            return false;
+            const int tailleTrouvee = zone->size();
+            zone->detach();
+            if (!zone->create(taille)) {
+                if (erreur)
+                    *erreur = QStringLiteral("%1: a segment of %2 bytes is in the way: %3")
+                                  .arg(cle)
+                                  .arg(tailleTrouvee)
+                                  .arg(zone->errorString());
+                return false;
+            }
         }
     }
     std::memset(zone->data(), 0, static_cast<size_t>(taille));
