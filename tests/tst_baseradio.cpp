@@ -1,48 +1,69 @@
-#include "bancserveur.h"
+#include "bacasable.h"
+#include "capturelog.h"
+#include "doublureapplication.h"
 
-#include <QFile>
+#include "commun/horloge.h"
+#include "radio/fonctions_bases.h"
+#include "udp/qserveurudp.h"
+
+#include <QSqlQuery>
+#include <QSqlQueryModel>
 #include <QtTest>
 
-#include <sys/stat.h>
+#include <cstring>
+#include <memory>
 
-// The radio database: its schema, the save request's per-module update and
-// the retention purges.
+// The radio data: "Zone_HF", the device database, the radio database, rates and
+// purges. "Zone_HF" is read as raw bytes at the offsets both processes agree
+// on, so a layout fault shows even when reader and writer agree with each other.
+enum Octet { MODULE = 216, VALEUR = 103, PILE = 160, NB_SAUTS = 184, TAUX = 192, DATEHEURE = 208 };
+const quint32 MAINTENANT = 1700000000u;
+
 class TestBaseRadio : public QObject
 {
     Q_OBJECT
 private slots:
-    void schema_data();
-    void schema();
-    void secondDemarrageSansEffet();
-    void miseAJourOuSuppressionModule_data();
-    void miseAJourOuSuppressionModule();
-    void erreurMiseAJourModule();
-    void purgesALaSeconde_data();
+    void initTestCase();
+    void init();
+    void champsAuxOctetsConvenus();
+    void ecriture_data();
+    void ecriture();
+    void voiesRadio_data();
+    void voiesRadio();
+    void essaisDeLaRequete_data();
+    void essaisDeLaRequete();
+    void typesDeVoies();
+    void schemaEtSecondDemarrage();
+    void setModuleBD();
     void purgesALaSeconde();
-    void journalDesPurges_data();
-    void journalDesPurges();
-    void erreurDePurge();
+    void taux_data();
+    void taux();
+
+private:
+    void demarrer();
+    QStringList requete(const QString &sql) const;
+    void trames(const QStringList &trames);
+
+    BacASable bac;
+    const QString fichier = bac.chemin(QStringLiteral("/var/base/hf.db"));
+    DoublureApplication appli;
+    std::unique_ptr<QServeurUdp> serveur;
 };
 
 namespace {
 
-const QString MODULES_SQL = QStringLiteral(
-    "CREATE TABLE modules ( \n module varchar(10), \n parent varchar(10), \n type varchar(3), \n "
-    "rank double, \n date_dernier_acces integer, \n x integer, \n y integer, \n nom varchar(100), "
-    "\n batterie double, \n valeur double, \n date_changement_pile integer \n)");
-const QString MESURES_HF_SQL = QStringLiteral(
-    "CREATE TABLE mesures_hf ( \nmodule varchar(10), \ndateheure_mesure_hf integer, \nparent "
-    "varchar(10), \nrank double, \nbatterie double, \nvaleur varchar(30), \nalim integer \n)");
-const QString MESURES_TAUX_SQL = QStringLiteral(
-    "CREATE TABLE mesures_taux ( \nmodule varchar(10), \ndateheure_mesure_taux integer, "
-    "\ntaux_reception double, \ntaux_utilisation double \n)");
-
-int mode(const QString &chemin)
+template <typename T>
+QByteArray octets(const T &valeur)
 {
-    struct stat etat;
-    if (::stat(QFile::encodeName(chemin).constData(), &etat) != 0)
-        return -1;
-    return static_cast<int>(etat.st_mode & 0777);
+    return QByteArray(reinterpret_cast<const char *>(&valeur), sizeof valeur);
+}
+
+gestion_radio module(const QByteArray &numero, char present = 1)
+{
+    gestion_radio gr{};
+    gr.present = present;
+    Champs::ecrireTexte(gr.numero, gestion_radio::LARGEUR_NUMERO, numero, 50);
+    return gr;
 }
 
 QByteArray contenu(const QString &chemin)
@@ -53,275 +74,317 @@ QByteArray contenu(const QString &chemin)
 
 } // namespace
 
-void TestBaseRadio::schema_data()
+// One set of segments for the run: each one made may meet a stale one's key.
+void TestBaseRadio::initTestCase()
 {
-    QTest::addColumn<bool>("enregistrerMesuresHf");
-    QTest::addColumn<QStringList>("tables");
-    QTest::addColumn<QStringList>("index");
-
-    // The two history tables ask for indexes of the same names; the file
-    // keeps those of the table created first.
-    QTest::newRow("avec l'historique des lectures")
-        << true
-        << QStringList{"mesures_hf|" + MESURES_HF_SQL, "mesures_taux|" + MESURES_TAUX_SQL,
-                       "modules|" + MODULES_SQL}
-        << QStringList{"dateheure|mesures_hf", "module|modules", "module_dateheure|mesures_hf",
-                       "parent|modules"};
-    QTest::newRow("sans l'historique des lectures")
-        << false << QStringList{"mesures_taux|" + MESURES_TAUX_SQL, "modules|" + MODULES_SQL}
-        << QStringList{"dateheure|mesures_taux", "module|modules", "module_dateheure|mesures_taux",
-                       "parent|modules"};
+    bac.activer();
+    QString erreur;
+    QVERIFY2(appli.creerZones(&erreur), qPrintable(erreur));
 }
 
-void TestBaseRadio::schema()
+void TestBaseRadio::init()
 {
-    QFETCH(bool, enregistrerMesuresHf);
-    QFETCH(QStringList, tables);
-    QFETCH(QStringList, index);
-
-    BancServeur banc;
-    QVERIFY(QFile::remove(banc.cheminBase()));
-    banc.serveur->enregistrerMesuresHf = enregistrerMesuresHf;
-    banc.serveur->creerBD();
-
-    QCOMPARE(banc.requete("select name, sql from sqlite_master where type='table' order by name"),
-             tables);
-    QCOMPARE(banc.requete("select name, tbl_name from sqlite_master where type='index' "
-                          "order by name"),
-             index);
-    // The main application opens the file under another user.
-    QCOMPARE(mode(banc.cheminBase()), 0666);
+    serveur.reset();
+    const QStringList noms = QSqlDatabase::connectionNames(); // Qt keeps them process-wide
+    for (const QString &nom : noms)
+        QSqlDatabase::removeDatabase(nom);
+    QFile::remove(fichier);
+    QFile::remove(bac.chemin(QStringLiteral("/var/base/itessalin.db")));
+    for (const QString &cle : DoublureApplication::cles())
+        std::memset(appli.donnees(cle), 0, size_t(DoublureApplication::tailleZone(cle)));
 }
 
-void TestBaseRadio::secondDemarrageSansEffet()
+// A server with a new radio database, the clock frozen at MAINTENANT.
+void TestBaseRadio::demarrer()
 {
-    BancServeur banc;
-    QVERIFY(QFile::exists(banc.cheminBase()));
-    banc.requete("insert into modules (module, date_changement_pile) values ('12', 5)");
-    const QByteArray avant = contenu(banc.cheminBase());
-    QVERIFY(!avant.isEmpty());
-    QVERIFY(
-        QFile::setPermissions(banc.cheminBase(), QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+    Horloge::figer(QDateTime::fromSecsSinceEpoch(MAINTENANT));
+    serveur = std::make_unique<QServeurUdp>();
+    Horloge::figer(QDateTime::fromSecsSinceEpoch(MAINTENANT)); // the tunnel restart moved it
+    QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), "test").setDatabaseName(fichier);
+}
 
-    banc.serveur->setLog();
+// The first column of each row of the radio database.
+QStringList TestBaseRadio::requete(const QString &sql) const
+{
+    QStringList lignes;
+    for (QSqlQuery q(sql, QSqlDatabase::database(QStringLiteral("test"))); q.next();)
+        lignes << q.value(0).toString();
+    return lignes;
+}
+
+// Frames as "age:module:parent:current_rank", in arrival order.
+void TestBaseRadio::trames(const QStringList &trames)
+{
+    for (const QString &t : trames)
+        serveur->ajouterInfoTrame(QServeurUdp::_info_trame(
+            QDateTime::fromSecsSinceEpoch(MAINTENANT - t.section(':', 0, 0).toInt()),
+            t.section(':', 1, 1), t.section(':', 3).toDouble(), t.section(':', 2, 2), -1));
+}
+
+void TestBaseRadio::champsAuxOctetsConvenus()
+{
+    // Known in slot 4, a 50-byte address with no NUL is matched over 50 bytes.
+    const QByteArray numero(50, 'N');
+    gestion_radio connu = module(numero);
+    connu.parent[0] = 'P';
+    appli.ecrireModule(4, connu);
+    appli.ecrireModule(7, module("12", 0));
+    gestion_radio gr = {1,     {},         "fd00::1", "B",  "21.5:40", {},          3.25, 512.0,
+                        -13.5, 0x0A0B0C0D, {},        87.5, 12.25,     0xF1020304u, -2};
+    std::memcpy(gr.numero, numero.constData(), 50);
+    fonctions_bases::setModule(gr);
+
+    const QByteArray r = appli.octetsZoneHF().mid(4 * MODULE, MODULE);
+    QCOMPARE(appli.octetsZoneHF().left(MODULE), QByteArray(MODULE, '\0'));
+    QCOMPARE(r.left(VALEUR), '\x01' + numero + "fd00::1" + QByteArray(43, '\0') + "B" + '\0');
+    QCOMPARE(r.mid(VALEUR, 50), "21.5:40" + QByteArray(43, '\0'));
+    QCOMPARE(r.mid(PILE, 24), octets(3.25) + octets(512.0) + octets(-13.5));
+    QCOMPARE(r.mid(NB_SAUTS, 4), QByteArray("\x0D\x0C\x0B\x0A"));
+    QCOMPARE(r.mid(TAUX, 16), octets(87.5) + octets(12.25));
+    QCOMPARE(r.mid(DATEHEURE, 8), QByteArray("\x04\x03\x02\xF1\xFE\xFF\xFF\xFF"));
+    QCOMPARE(octets(fonctions_bases::getModule(QString::fromLatin1(numero))), r);
+    // A removed module is not found: texts zero, numbers -1.
+    const QByteArray m1 = octets(-1.0);
+    QCOMPARE(octets(fonctions_bases::getModule(QStringLiteral("12"))),
+             QByteArray(PILE, '\0') + m1 + m1 + QByteArray(8, '\0') + QByteArray(4, '\xFF') +
+                 QByteArray(4, '\0') + m1 + m1 + QByteArray(8, '\xFF'));
+}
+
+void TestBaseRadio::ecriture_data()
+{
+    QTest::addColumn<bool>("taux");              // setModuleTaux, else setModule
+    QTest::addColumn<QStringList>("occupation"); // "slot:present:numero"
+    QTest::addColumn<int>("slot");
+
+    QTest::newRow("table vide") << false << QStringList() << 0;
+    QTest::newRow("module connu garde son slot") << false << QStringList{"0:1:1", "3:1:12"} << 3;
+    QTest::newRow("module retire reecrit en place") << false << QStringList{"1:1:1", "5:0:12"} << 5;
+    QTest::newRow("plus petit slot libre") << false << QStringList{"0:1:1", "1:0:2", "3:1:3"} << 2;
+    QTest::newRow("prefixe d'une autre adresse") << false << QStringList{"0:1:123"} << 1;
+    QStringList pleine;
+    for (int i = 0; i < 100; ++i)
+        pleine << QStringLiteral("%1:%2:m%1").arg(i).arg(i % 2);
+    QTest::newRow("table pleine: abandon silencieux") << false << pleine << -1;
+    QTest::newRow("taux: module present") << true << QStringList{"0:1:11", "4:1:12"} << 4;
+    QTest::newRow("taux: module retire aussi") << true << QStringList{"2:0:12", "4:1:12"} << 2;
+    QTest::newRow("taux: module inconnu") << true << QStringList{"0:1:11"} << -1;
+}
+
+void TestBaseRadio::ecriture()
+{
+    QFETCH(bool, taux);
+    QFETCH(QStringList, occupation);
+    QFETCH(int, slot);
+
+    for (const QString &o : qAsConst(occupation))
+        appli.ecrireModule(
+            o.section(':', 0, 0).toInt(),
+            module(o.section(':', 2).toLatin1(), char(o.section(':', 1, 1).toInt())));
+    for (int i = 0; i < 100; ++i) // what a write must leave alone is recognisable
+        std::memset(appli.donnees(QStringLiteral("Zone_HF")) + i * MODULE + PILE, 0x5A, 56);
+    QByteArray attendu = appli.octetsZoneHF();
+    const gestion_radio gr = module("12");
     CaptureLog capture;
-    banc.serveur->creerBD();
-    QCOMPARE(BancServeur::messages(capture), QStringList());
-    QCOMPARE(contenu(banc.cheminBase()), avant);
-    QCOMPARE(mode(banc.cheminBase()), 0666);
+    if (taux)
+        fonctions_bases::setModuleTaux(QStringLiteral("12"), 96.5, 3.75);
+    else
+        fonctions_bases::setModule(gr);
+    if (slot >= 0)
+        attendu.replace(slot * MODULE + (taux ? TAUX : 0), taux ? 16 : MODULE,
+                        taux ? octets(96.5) + octets(3.75) : octets(gr));
+    QCOMPARE(appli.octetsZoneHF(), attendu);
+    QCOMPARE(capture.lignes(), QStringList());
 }
 
-void TestBaseRadio::miseAJourOuSuppressionModule_data()
+void TestBaseRadio::voiesRadio_data()
 {
-    QTest::addColumn<QString>("module");
-    QTest::addColumn<bool>("present");
-    QTest::addColumn<QStringList>("modules");
+    QTest::addColumn<QString>("adresse");
+    QTest::addColumn<QList<int>>("voies");
 
-    QTest::newRow("present: date de changement de pile")
-        << "12" << true << QStringList{"12|1700000000", "13|-1", "x'y|-1"};
-    QTest::newRow("retire: ligne supprimee") << "12" << false << QStringList{"13|-1", "x'y|-1"};
-    QTest::newRow("slot libre: aucune requete")
-        << "" << false << QStringList{"12|-1", "13|-1", "x'y|-1"};
-    QTest::newRow("apostrophe dans l'adresse, retire")
-        << "x'y" << false << QStringList{"12|-1", "13|-1"};
-    QTest::newRow("apostrophe dans l'adresse, present")
-        << "x'y" << true << QStringList{"12|-1", "13|-1", "x'y|1700000000"};
-    QTest::newRow("adresse qui tenterait de tout effacer")
-        << "' or '1'='1" << false << QStringList{"12|-1", "13|-1", "x'y|-1"};
-    QTest::newRow("present, module inconnu")
-        << "14" << true << QStringList{"12|-1", "13|-1", "x'y|-1"};
+    QTest::newRow("toutes les voies radio") << QString() << QList<int>{0, 1, 2, 5, 9, 64};
+    QTest::newRow("un module") << "ABCDEFGH" << QList<int>{1, 9};
+    QTest::newRow("adresse plus longue que 8") << "ABCDEFGH:1" << QList<int>();
 }
 
-void TestBaseRadio::miseAJourOuSuppressionModule()
+void TestBaseRadio::voiesRadio()
 {
-    QFETCH(QString, module);
-    QFETCH(bool, present);
-    QFETCH(QStringList, modules);
+    QFETCH(QString, adresse);
+    QFETCH(QList<int>, voies);
 
-    BancServeur banc;
-    banc.requete("insert into modules (module, date_changement_pile) values ('12', -1), "
-                 "('13', -1), ('x''y', -1)");
-    banc.serveur->setLog();
+    // "voie:type:adresse". Out: 3 too short, 4 not radio, 6 case, 7 and 8 off
+    // the list, 10 "RADI" too short, 11 RADIO not leading.
+    const QStringList config{"0:1:11111111", "1:1:ABCDEFGH:1:2", "2:2:IJKLMNOP",  "3:1:QRSTUVW",
+                             "4:0:ABCDEFGH", "5:1:abcdefghij",   "6:3:ABCDEFGH",  "7:-1:ABCDEFGH",
+                             "8:6:ABCDEFGH", "9:1:ABCDEFGH",     "10:4:ABCDEFGH", "11:5:ABCDEFGH",
+                             "64:1:99999999"};
+    for (const QString &v : config)
+        appli.ecrireVoie(v.section(':', 0, 0).toInt(), v.section(':', 1, 1).toInt(),
+                         v.section(':', 2).toLatin1(), v.section(':', 0, 0).toInt(), 0.0);
+    const QStringList types{"ANALOGIQUE", "RADIO_TEMP", "RADIO_CONTACT",
+                            "Radio_x",    "RADI",       "XRADIO"};
+    const QList<La_config_voies> lues = fonctions_bases::getLesVoiesRadio(adresse, types);
+    QList<int> numeros;
+    for (const La_config_voies &voie : lues)
+        numeros << voie.numero();
+    QCOMPARE(numeros, voies);
+}
+
+void TestBaseRadio::essaisDeLaRequete_data()
+{
+    QTest::addColumn<int>("echecs");
+    QTest::addColumn<bool>("resultat");
+    QTest::addColumn<int>("essais");
+
+    QTest::newRow("libre au quatrieme essai") << 3 << true << 4;
+    QTest::newRow("libre au dixieme essai") << 9 << true << 10;
+    QTest::newRow("jamais libre") << 10 << false << 10;
+}
+
+void TestBaseRadio::essaisDeLaRequete()
+{
+    QFETCH(int, echecs);
+    QFETCH(bool, resultat);
+    QFETCH(int, essais);
+
+    fonctions_bases fb;
+    QVERIFY(fb.ouvre_base());
+    // The table appears after `echecs` failed attempts, as when the database is unlocked.
+    QSqlQueryModel model;
+    int n = 0;
+    connect(&model, &QSqlQueryModel::modelReset, [&n, echecs] {
+        if (++n == echecs)
+            QSqlQuery(QSqlDatabase::database()).exec(QStringLiteral("create table t (x integer)"));
+    });
+    QCOMPARE(fb.execute_sql(&model, QStringLiteral("select * from t")), resultat);
+    QCOMPARE(n, essais);
+}
+
+void TestBaseRadio::typesDeVoies()
+{
+    fonctions_bases fb;
+    QVERIFY(fb.ouvre_base());
+    QSqlQuery q;
+    QVERIFY(q.exec("create table config_type_voie (nom varchar(100), numero integer)"));
+    QVERIFY(q.exec("insert into config_type_voie values ('RADIO_CONTACT', 2), ('AUCUN', 0), "
+                   "('l''entree', 3), ('Contact sec', 1), ('contacts', 5), ('CONTAC', 4)"));
+    QCOMPARE(fb.retourne_type_voies(), QStringList({"AUCUN", "Contact sec", "RADIO_CONTACT",
+                                                    "l'entree", "CONTAC", "contacts"}));
+    QCOMPARE(fb.getLesTypesVoiesContact(), QList<int>({1, 2, 5}));
+}
+
+void TestBaseRadio::schemaEtSecondDemarrage()
+{
+    demarrer();
+    QVERIFY(QFile::remove(fichier));
+    serveur->creerBD();
+    QCOMPARE(requete("select type || ' ' || name || ' ' || tbl_name from sqlite_master "
+                     "order by type, name"),
+             QStringList({"index dateheure mesures_hf", "index module modules",
+                          "index module_dateheure mesures_hf", "index parent modules",
+                          "table mesures_hf mesures_hf", "table mesures_taux mesures_taux",
+                          "table modules modules"}));
+    // rw for all: the main application opens the file under another user.
+    QCOMPARE(QFile::permissions(fichier), QFile::Permissions(0x6666));
+
+    // A second start keeps the file as it is, silently, and restores the mode.
+    requete("insert into modules (module) values ('12')");
+    const QByteArray avant = contenu(fichier);
+    QVERIFY(QFile::setPermissions(fichier, QFile::ReadOwner | QFile::WriteOwner));
+    serveur->setLog();
     CaptureLog capture;
-    banc.serveur->setModuleBD(module, 1700000000, present);
-    // Twice: the second run finds its connection again.
-    banc.serveur->setModuleBD(module, 1700000000, present);
-    QCOMPARE(banc.requete("select module, date_changement_pile from modules order by module"),
-             modules);
-    QCOMPARE(BancServeur::messages(capture), QStringList());
+    serveur->creerBD();
+    QCOMPARE(capture.lignes(), QStringList());
+    QCOMPARE(contenu(fichier), avant);
+    QCOMPARE(QFile::permissions(fichier), QFile::Permissions(0x6666));
 }
 
-void TestBaseRadio::erreurMiseAJourModule()
+void TestBaseRadio::setModuleBD()
 {
-    BancServeur banc;
-    banc.requete("drop table modules");
-    banc.serveur->setLog();
-    CaptureLog capture;
-    banc.serveur->setModuleBD("12", 5, true);
-    banc.serveur->setModuleBD("12", 5, false);
-    const QStringList messages = BancServeur::messages(capture);
-    QCOMPARE(messages.size(), 2);
-    QVERIFY2(messages.at(0).startsWith(
-                 "Erreur exécution requete maj ou suppression module : update modules set "
-                 "date_changement_pile='5' where module='12' : 1 : no such table: modules"),
-             qPrintable(messages.at(0)));
-    QVERIFY2(messages.at(1).startsWith("Erreur exécution requete maj ou suppression module : "
-                                       "delete from modules where module='12' : 1 : "),
-             qPrintable(messages.at(1)));
-}
-
-void TestBaseRadio::purgesALaSeconde_data()
-{
-    QTest::addColumn<QString>("purge");
-    QTest::addColumn<bool>("enregistrerMesuresHf");
-    QTest::addColumn<int>("dureeModules");
-    QTest::addColumn<QStringList>("restants");
-
-    // Rows are made 0, 100, 101, 1296000, 1296001 and 8000000 s old.
-    const QStringList quinzeJours{"0", "100", "101", "1296000"};
-    const QStringList tous{"0", "100", "101", "1296000", "1296001", "8000000"};
-    QTest::newRow("lectures") << "mesures_hf" << true << -1 << quinzeJours;
-    QTest::newRow("lectures non enregistrees: gardees") << "mesures_hf" << false << -1 << tous;
-    QTest::newRow("taux") << "mesures_taux" << true << -1 << quinzeJours;
-    QTest::newRow("taux purges meme sans lectures") << "mesures_taux" << false << -1 << quinzeJours;
-    QTest::newRow("modules: purge desactivee") << "modules" << true << -1 << tous;
-    QTest::newRow("modules: duree nulle, desactivee") << "modules" << true << 0 << tous;
-    QTest::newRow("modules: 100 s") << "modules" << true << 100 << QStringList{"0", "100"};
+    demarrer();
+    requete("insert into modules (module, date_changement_pile) values ('12', -1), ('13', -1), "
+            "('x''y', -1), ('', -1)");
+    serveur->setModuleBD("12", 5, true);           // update
+    serveur->setModuleBD("x'y", 5, false);         // delete
+    serveur->setModuleBD("", 5, false);            // free slot: nothing
+    serveur->setModuleBD("' or '1'='1", 5, false); // an address, not SQL
+    QCOMPARE(requete("select module || '|' || date_changement_pile from modules order by 1"),
+             QStringList({"12|5", "13|-1", "|-1"}));
 }
 
 void TestBaseRadio::purgesALaSeconde()
 {
-    QFETCH(QString, purge);
-    QFETCH(bool, enregistrerMesuresHf);
-    QFETCH(int, dureeModules);
-    QFETCH(QStringList, restants);
-
-    BancServeur banc;
-    const QString colonne = purge == "modules"      ? "date_dernier_acces"
-                            : purge == "mesures_hf" ? "dateheure_mesure_hf"
-                                                    : "dateheure_mesure_taux";
-    for (const qint64 age : {0, 100, 101, 1296000, 1296001, 8000000})
-        banc.requete(QStringLiteral("insert into %1 (module, %2) values ('%3', %4)")
-                         .arg(purge, colonne)
-                         .arg(age)
-                         .arg(BancServeur::MAINTENANT - age));
-    banc.serveur->enregistrerMesuresHf = enregistrerMesuresHf;
-    banc.serveur->dureeConservationModules = dureeModules;
-
-    if (purge == "modules")
-        banc.serveur->supprimerAnciensModules();
-    else if (purge == "mesures_hf")
-        banc.serveur->supprimerAnciennesMesures();
-    else
-        banc.serveur->supprimerAnciensTaux();
-
-    QCOMPARE(
-        banc.requete(QStringLiteral("select module from %1 order by %2 desc").arg(purge, colonne)),
-        restants);
-}
-
-void TestBaseRadio::journalDesPurges_data()
-{
-    QTest::addColumn<QString>("purge");
-    QTest::addColumn<bool>("enregistrerMesuresHf");
-    QTest::addColumn<QStringList>("premier");
-    QTest::addColumn<QStringList>("second");
-
-    QTest::newRow("lectures")
-        << "mesures" << true
-        << QStringList{"début supprimerAnciennesMesures",
-                       "supprimerAnciennesMesures "
-                       "QSqlDatabase::contains(\"hf_supprimerAnciennesMesures\")",
-                       "supprimerAnciennesMesures QSqlDatabase::addDatabase(\"QSQLITE\", "
-                       "\"hf_supprimerAnciennesMesures\")",
-                       "supprimerAnciennesMesures setDatabaseName",
-                       "supprimerAnciennesMesures après this->db.open()",
-                       "supprimerAnciennesMesures query(db)",
-                       "supprimerAnciennesMesures query.exec",
-                       "supprimerAnciennesMesures après query.exec",
-                       "supprimerAnciennesMesures db.close()",
-                       "supprimerAnciennesMesures après db.close()",
-                       "fin supprimerAnciennesMesures"}
-        << QStringList{
-               "début supprimerAnciennesMesures",
-               "supprimerAnciennesMesures QSqlDatabase::contains(\"hf_supprimerAnciennesMesures\")",
-               "supprimerAnciennesMesures QSqlDatabase::database(\"hf_supprimerAnciennesMesures\")",
-               "supprimerAnciennesMesures après this->db.open()",
-               "supprimerAnciennesMesures query(db)",
-               "supprimerAnciennesMesures query.exec",
-               "supprimerAnciennesMesures après query.exec",
-               "supprimerAnciennesMesures db.close()",
-               "supprimerAnciennesMesures après db.close()",
-               "fin supprimerAnciennesMesures"};
-    const QStringList lecturesSeules{"début supprimerAnciennesMesures",
-                                     "fin supprimerAnciennesMesures"};
-    QTest::newRow("lectures non enregistrees")
-        << "mesures" << false << lecturesSeules << lecturesSeules;
-    const QStringList taux{
-        "début supprimerAnciensTaux",
-        "supprimerAnciensTaux QSqlDatabase::contains(\"hf_supprimerAnciensTaux\")",
-        "supprimerAnciensTaux QSqlDatabase::addDatabase(\"QSQLITE\", \"hf_supprimerAnciensTaux\")",
-        "supprimerAnciensTaux setDatabaseName",
-        "supprimerAnciensTaux après this->db.open()",
-        "supprimerAnciensTaux query(db)",
-        "supprimerAnciensTaux query.exec",
-        "supprimerAnciensTaux après query.exec",
-        "supprimerAnciensTaux db.close()",
-        "supprimerAnciensTaux après db.close()",
-        "fin supprimerAnciensTaux"};
-    QStringList tauxEnsuite = taux;
-    tauxEnsuite.replace(2,
-                        "supprimerAnciensTaux QSqlDatabase::database(\"hf_supprimerAnciensTaux\")");
-    tauxEnsuite.removeAt(3);
-    QTest::newRow("taux") << "taux" << false << taux << tauxEnsuite;
-    const QStringList modules{"début supprimerAnciensModules", "fin supprimerAnciensModules"};
-    QTest::newRow("modules") << "modules" << true << modules << modules;
-}
-
-void TestBaseRadio::journalDesPurges()
-{
-    QFETCH(QString, purge);
-    QFETCH(bool, enregistrerMesuresHf);
-    QFETCH(QStringList, premier);
-    QFETCH(QStringList, second);
-
-    BancServeur banc;
-    banc.serveur->enregistrerMesuresHf = enregistrerMesuresHf;
-    banc.serveur->setLog();
-    for (const QStringList &attendu : {premier, second}) {
-        CaptureLog capture;
-        if (purge == "modules")
-            banc.serveur->supprimerAnciensModules();
-        else if (purge == "mesures")
-            banc.serveur->supprimerAnciennesMesures();
-        else
-            banc.serveur->supprimerAnciensTaux();
-        QCOMPARE(BancServeur::messages(capture), attendu);
+    demarrer();
+    // Rows and frames 3600, 3601, 1296000 and 1296001 s old once the clock has
+    // moved on; frames are kept in arrival order, which need not be time order.
+    const QStringList tables{"modules:date_dernier_acces", "mesures_hf:dateheure_mesure_hf",
+                             "mesures_taux:dateheure_mesure_taux"};
+    for (const int age : {3600, 1296001, 3601, 1296000}) {
+        for (const QString &table : tables)
+            requete(QStringLiteral("insert into %1 (module, %2) values ('%3', %4)")
+                        .arg(table.section(':', 0, 0), table.section(':', 1))
+                        .arg(age)
+                        .arg(MAINTENANT + 100 - age));
+        trames({QStringLiteral("%1:%2:P:0").arg(age - 100).arg(age)});
     }
+    Horloge::avancer(100);
+    serveur->enregistrerMesuresHf = false;
+    serveur->supprimerAnciensModules();
+    serveur->supprimerAnciennesMesures();
+    serveur->supprimerAnciensTaux();
+    serveur->supprimerAnciennesInfosTrames();
+    const QStringList tous{"1296000", "1296001", "3600", "3601"};
+    const QStringList quinzeJours{"1296000", "3600", "3601"};
+    QCOMPARE(requete("select module from modules order by 1"), tous);    // off by default
+    QCOMPARE(requete("select module from mesures_hf order by 1"), tous); // not recorded
+    QCOMPARE(requete("select module from mesures_taux order by 1"), quinzeJours);
+    QCOMPARE(serveur->copieInfosTrame().size(), 1);
+    QCOMPARE(serveur->copieInfosTrame().at(0).module, QStringLiteral("3600"));
+    serveur->enregistrerMesuresHf = true;
+    serveur->supprimerAnciennesMesures();
+    QCOMPARE(requete("select module from mesures_hf order by 1"), quinzeJours);
 }
 
-void TestBaseRadio::erreurDePurge()
+void TestBaseRadio::taux_data()
 {
-    BancServeur banc;
-    banc.requete("drop table mesures_hf");
-    banc.requete("drop table mesures_taux");
-    CaptureLog capture;
-    // Without "-log" a failed purge goes unreported.
-    banc.serveur->supprimerAnciennesMesures();
-    banc.serveur->supprimerAnciensTaux();
-    QCOMPARE(capture.lignes(), QStringList());
+    QTest::addColumn<QStringList>("trames");
+    QTest::addColumn<double>("reception");
+    QTest::addColumn<double>("utilisation");
 
-    banc.serveur->setLog();
-    banc.serveur->supprimerAnciennesMesures();
-    banc.serveur->supprimerAnciensTaux();
-    const QStringList erreurs = capture.contenant("Erreur suppression");
-    QCOMPARE(erreurs.size(), 2);
-    QVERIFY2(erreurs.at(0).contains(
-                 "(serveur_udp) Erreur suppression mesures_hf : 1 : no such table: mesures_hf"),
-             qPrintable(erreurs.at(0)));
-    QVERIFY2(erreurs.at(1).contains(
-                 "(serveur_udp) Erreur suppression mesures_taux : 1 : no such table: mesures_taux"),
-             qPrintable(erreurs.at(1)));
+    // Module 12 is present; 13 was removed.
+    QTest::newRow("une seule trame") << QStringList{"10:12:P:5"} << -1.0 << -1.0;
+    QTest::newRow("aucune trame du module")
+        << QStringList{"10:13:P:5", "5:123:P:5"} << -1.0 << -1.0;
+    QTest::newRow("toutes les 45 s, autres modules intercales")
+        << QStringList{"90:12:P:0", "60:13:Q:40", "45:12:P:0", "30:15:R:40", "0:12:P:0"} << 100.0
+        << 0.0;
+    QTest::newRow("63 s: a l'heure") << QStringList{"63:12:P:0", "0:12:P:0"} << 100.0 << 0.0;
+    QTest::newRow("64 s: une trame perdue") << QStringList{"64:12:P:0", "0:12:P:0"} << 0.0 << 100.0;
+    QTest::newRow("90 s: deux perdues, deux a l'heure")
+        << QStringList{"180:12:P:0", "135:12:P:0", "45:12:P:0", "0:12:P:0"} << 50.0 << 50.0;
+    QTest::newRow("changement de parent et rank 13")
+        << QStringList{"45:12:A:13", "0:12:B:13"} << 100.0 << 100.0 - 100.0 / 2.2;
+}
+
+void TestBaseRadio::taux()
+{
+    QFETCH(QStringList, trames);
+    QFETCH(double, reception);
+    QFETCH(double, utilisation);
+
+    demarrer();
+    appli.ecrireModule(1, module("13", 0));
+    appli.ecrireModule(3, module("12"));
+    const QByteArray avant = appli.octetsZoneHF();
+    this->trames(trames);
+    serveur->calculerTauxInfosTrames();
+    const gestion_radio gr = fonctions_bases::getModule(QStringLiteral("12"));
+    QCOMPARE(qMakePair(gr.taux_reception, gr.taux_utilisation), qMakePair(reception, utilisation));
+    QCOMPARE(appli.octetsZoneHF().left(3 * MODULE), avant.left(3 * MODULE)); // 13 keeps its rates
+    serveur->enregistrerTaux(); // the hourly record, of present modules only
+    const QString sql = QStringLiteral("select module || ' ' || dateheure_mesure_taux || ' ' || "
+                                       "(abs(taux_reception - %1) + abs(taux_utilisation - %2) "
+                                       "< 1e-3) from mesures_taux");
+    QCOMPARE(requete(sql.arg(reception).arg(utilisation)), QStringList{"12 1700000000 1"});
 }
 
 QTEST_GUILESS_MAIN(TestBaseRadio)

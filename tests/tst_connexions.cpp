@@ -1,75 +1,63 @@
-// The channel connection base: history, default value, fall-back on failure,
-// the start-up grace period, last-frame tracking and the cycle-managing kind.
-#include "faux_ps.h"
-
+// The channel connections: history, fall-back and grace period of the base, its
+// log (memory field, val0 file, one ps per line), frames, cycles, radio channel.
+#include "bacasable.h"
 #include "capturelog.h"
 #include "commun/horloge.h"
-#include "connexions/qconnexionrj45.h"
 #include "connexions/qconnexionrj45avecgestioncycle.h"
+#include "connexions/qradio.h"
 
 #include <QtTest>
 
-#include <memory>
+Q_DECLARE_METATYPE(DonneesUDP)
 
 namespace {
 
 const QDateTime T0(QDate(2026, 11, 15), QTime(12, 51, 4));
+const QString DATE_T0 = QStringLiteral("Sun Nov 15 12:51:04 2026");
+const QString PID = QString::number(QCoreApplication::applicationPid());
+const double RIEN = qQNaN(); // no value: the integer -1 was thrown
+using Reponse = QConnexionRJ45::Reponse;
+using Lus = QList<DonneesUDP>;
 
-// A channel whose next measurement the test decides: a value, or a failure
-// thrown the way the radio channels throw it.
-class ConnexionEssai : public QConnexionRJ45
+// A channel whose next measurement the test decides; it fails the way the
+// radio channels do. The cycle-managing kind adds no measurement of its own.
+class Essai : public QConnexionRJ45AvecGestionCycle
 {
 public:
-    using QConnexionRJ45::QConnexionRJ45;
-
-    double getMesureEnCoursSousType() override
-    {
-        if (echoue)
-            throw -1;
-        return valeur;
-    }
-    QString genererIdTrame() override { return QStringLiteral("essai"); }
-
+    using QConnexionRJ45AvecGestionCycle::QConnexionRJ45AvecGestionCycle;
+    double getMesureEnCoursSousType() override { return echoue ? throw -1 : valeur; }
+    QString genererIdTrame() override { return {}; }
     bool echoue = false;
     double valeur = 0.0;
 };
 
-class CycleEssai : public QConnexionRJ45AvecGestionCycle
+double mesurer(const std::function<double()> &mesure)
 {
-public:
-    using QConnexionRJ45AvecGestionCycle::QConnexionRJ45AvecGestionCycle;
-    double getMesureEnCoursSousType() override { return 0.0; }
-    QString genererIdTrame() override { return {}; }
-};
-
-// The outcome of one cycle: the value, or the integer that was thrown.
-struct Resultat
-{
-    bool leve = false;
-    int code = 0;
-    double valeur = 0.0;
-};
-
-Resultat mesurer(QConnexionRJ45 &c)
-{
-    Resultat r;
     try {
-        r.valeur = c.getMesureEnCours();
-    } catch (int code) {
-        r.leve = true;
-        r.code = code;
+        return mesure();
+    } catch (int e) {
+        return e == -1 ? RIEN : e;
     }
-    return r;
 }
 
-QList<long> cles(const QConnexionRJ45 &c)
+// A reading of `module` dated `age` s before T0, battery 3.6, supply indicator 1.
+DonneesUDP lu(const QString &valeur, qint64 age = 5, const QString &module = QStringLiteral("A1B2"))
 {
-    return c.copieHistorique().keys();
+    return DonneesUDP(T0.addSecs(-age), QStringLiteral("M"), module, QStringLiteral("0000"), 1.0,
+                      valeur, 3.6, 1);
 }
 
-long secondes(const QDateTime &d)
+QString lire(const QString &chemin)
 {
-    return static_cast<long>(d.toSecsSinceEpoch());
+    QFile f(chemin);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+// A column of the current data row.
+template <typename T>
+const T &col(const char *nom)
+{
+    return *static_cast<T *>(QTest::qData(nom, qMetaTypeId<T>()));
 }
 
 } // namespace
@@ -78,480 +66,235 @@ class TestConnexions : public QObject
 {
     Q_OBJECT
 
+    // Holds a ps put first in PATH: it records its arguments and prints
+    // $SORTIE_PS, @PID@ standing for the PID of its caller, this program.
+    QTemporaryDir ps;
+
 private slots:
-    void initTestCase();
-    void init();
-    void cleanupTestCase();
-
-    void historiqueLimiteDAge_data();
-    void historiqueLimiteDAge();
-    void historiqueUneValeurParSeconde();
-    void historiqueLimiteDeNombre();
-    void ancienneMesure_data();
-    void ancienneMesure();
-
-    void echecPendantEtApresDemarrage_data();
-    void echecPendantEtApresDemarrage();
-    void lignesDeValeurNulle_data();
-    void lignesDeValeurNulle();
-    void formatDesNombres();
-
-    void reponseEnregistreSonInstant();
-    void trameEnTexte_data();
-    void trameEnTexte();
-    void ajouterDerniereTrameRemplaceSansDetruire();
-    void supprimerDerniereTrameRetireToutesLesOccurrences();
-    void recupererDerniereTrame();
-
-    void traitementCycleUneFoisParMinute_data();
-    void traitementCycleUneFoisParMinute();
-    void etatsDeCycle_data();
-    void etatsDeCycle();
-    void cyclesAGerer();
-
-private:
-    std::unique_ptr<FauxPs> ps;
-};
-
-void TestConnexions::initTestCase()
-{
-    // The base writes its lines by default, one ps call each: a quick fake
-    // keeps the suite fast and the memory field predictable.
-    ps = std::make_unique<FauxPs>();
-    QVERIFY(ps->estValide());
-}
-
-void TestConnexions::init()
-{
-    Horloge::figer(T0);
-    QConnexionRJ45::dh_demarrage = T0.addSecs(-3600);
-}
-
-void TestConnexions::cleanupTestCase()
-{
-    Horloge::liberer();
-    ps.reset();
-}
-
-void TestConnexions::historiqueLimiteDAge_data()
-{
-    QTest::addColumn<int>("nbMinutes");
-    QTest::addColumn<int>("age");
-    QTest::addColumn<bool>("gardee");
-
-    QTest::newRow("3 min, a la limite") << 0 << 180 << true;
-    QTest::newRow("3 min, une seconde de trop") << 0 << 181 << false;
-    QTest::newRow("30 min, a la limite") << 30 << 1800 << true;
-    QTest::newRow("30 min, une seconde de trop") << 30 << 1801 << false;
-}
-
-void TestConnexions::historiqueLimiteDAge()
-{
-    QFETCH(int, nbMinutes);
-    QFETCH(int, age);
-    QFETCH(bool, gardee);
-
-    // nbMinutes 0 stands for the one-argument constructor and its default.
-    std::unique_ptr<ConnexionEssai> c =
-        nbMinutes == 0 ? std::make_unique<ConnexionEssai>(QStringLiteral("essai"))
-                       : std::make_unique<ConnexionEssai>(QStringLiteral("essai"), nbMinutes);
-    c->setEcrireLog(false);
-    c->setValeurDefaut(-7.0);
-    c->ajouterDansHistorique(21.5);
-    Horloge::avancer(age);
-
-    QCOMPARE(c->getDerniereMesureHistorique(), gardee ? 21.5 : -7.0);
-    QCOMPARE(c->copieHistorique().size(), gardee ? 1 : 0);
-}
-
-void TestConnexions::historiqueUneValeurParSeconde()
-{
-    ConnexionEssai c(QStringLiteral("essai"));
-    c.setEcrireLog(false);
-    c.valeur = 3.0;
-    c.getMesureEnCours();
-    c.valeur = 4.0;
-    c.getMesureEnCours();
-
-    const QMap<long, double> h = c.copieHistorique();
-    QCOMPARE(h.size(), 1);
-    QCOMPARE(h.value(secondes(T0)), 4.0);
-}
-
-void TestConnexions::historiqueLimiteDeNombre()
-{
-    ConnexionEssai c(QStringLiteral("essai"));
-    c.setEcrireLog(false);
-    c.setNbValeursHistorique(2);
-    for (double v : {1.0, 2.0}) {
-        c.ajouterDansHistorique(v);
-        Horloge::avancer(1);
+    void initTestCase()
+    {
+        QFile f(ps.filePath(QStringLiteral("ps")));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("#!/bin/sh\necho \"$*\" >> \"$(dirname \"$0\")/appels\"\n"
+                "printf '%s' \"$SORTIE_PS\" | sed \"s/@PID@/$PPID/g\"\n");
+        QVERIFY(f.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner));
+        qputenv("PATH", ps.path().toLocal8Bit() + ':' + qgetenv("PATH"));
     }
-    QCOMPARE(cles(c), (QList<long>{secondes(T0), secondes(T0) + 1}));
-
-    c.ajouterDansHistorique(3.0);
-    QCOMPARE(cles(c), (QList<long>{secondes(T0) + 1, secondes(T0) + 2}));
-    QCOMPARE(c.getDerniereMesureHistorique(), 3.0);
-
-    // Age still applies on top of the count.
-    Horloge::avancer(180);
-    QCOMPARE(cles(c), (QList<long>{secondes(T0) + 1, secondes(T0) + 2}));
-    c.purgerAnciennesMesuresHistorique();
-    QCOMPARE(cles(c), QList<long>{secondes(T0) + 2});
-}
-
-void TestConnexions::ancienneMesure_data()
-{
-    QTest::addColumn<int>("n");
-    QTest::addColumn<bool>("trouvee");
-    QTest::addColumn<double>("attendue");
-
-    // Entries 10, 5 and 0 seconds old, holding 10, 5 and 0.5.
-    QTest::newRow("exactement n secondes") << 10 << true << 10.0;
-    QTest::newRow("la plus ancienne dans la fenetre") << 9 << true << 5.0;
-    QTest::newRow("fenetre nulle") << 0 << true << 0.5;
-    QTest::newRow("seuil dans le futur") << -1 << false << 0.0;
-}
-
-void TestConnexions::ancienneMesure()
-{
-    QFETCH(int, n);
-    QFETCH(bool, trouvee);
-    QFETCH(double, attendue);
-
-    ConnexionEssai c(QStringLiteral("essai"));
-    c.setEcrireLog(false);
-    Horloge::figer(T0.addSecs(-10));
-    c.ajouterDansHistorique(10.0);
-    Horloge::avancer(5);
-    c.ajouterDansHistorique(5.0);
-    Horloge::avancer(5);
-    c.ajouterDansHistorique(0.5);
-
-    bool drapeau = false;
-    QCOMPARE(c.getAncienneMesureDeNSecondes(n, &drapeau), attendue);
-    QCOMPARE(drapeau, trouvee);
-
-    bool laisse = true;
-    if (!trouvee) {
-        c.getAncienneMesureDeNSecondes(n, &laisse);
-        QVERIFY(laisse);
+    void init()
+    {
+        Horloge::figer(T0);
+        QConnexionRJ45::dh_demarrage = T0.addSecs(-3600);
+        QRadio::sourceLectures = {};
+        qputenv("SORTIE_PS", "  PID   VSZ\n@PID@ 777");
+        QFile::remove(ps.filePath(QStringLiteral("appels")));
     }
-}
 
-void TestConnexions::echecPendantEtApresDemarrage_data()
-{
-    QTest::addColumn<qint64>("depuisDemarrage");
-    QTest::addColumn<bool>("avecHistorique");
-    QTest::addColumn<bool>("leve");
-    QTest::addColumn<double>("valeur");
-    QTest::addColumn<QString>("reste");
+    void historique_data()
+    {
+        QTest::addColumn<int>("limite");     // nbValeursHistorique
+        QTest::addColumn<QList<int>>("pas"); // seconds waited before measuring 1, 2, 3...
+        QTest::addColumn<int>("attente");    // then before reading the history
+        QTest::addColumn<QList<double>>("gardees");
+        QTest::addColumn<int>("n");           // getAncienneMesureDeNSecondes(n)
+        QTest::addColumn<double>("ancienne"); // 0: none found
+        using L = QList<int>;
+        using V = QList<double>;
+        QTest::newRow("age limite") << -1 << L{0} << 180 << V{1} << 180 << 1.0;
+        QTest::newRow("age limite + 1") << -1 << L{0} << 181 << V{} << 181 << 0.0;
+        QTest::newRow("meme seconde") << -1 << L{0, 0} << 0 << V{2} << 0 << 2.0;
+        QTest::newRow("2 au plus") << 2 << L{0, 1, 1} << 0 << V{2, 3} << 1 << 2.0;
+        QTest::newRow("2 au plus, age") << 2 << L{0, 1, 1} << 180 << V{3} << 999 << 3.0;
+    }
+    void historique()
+    {
+        const auto pas = col<QList<int>>("pas");
+        Essai c(QStringLiteral("essai"));
+        c.setNbValeursHistorique(col<int>("limite"));
+        for (int i = 0; i < pas.size(); ++i) {
+            Horloge::avancer(pas.at(i));
+            c.valeur = i + 1;
+            QCOMPARE(c.getMesureEnCours(), c.valeur);
+        }
+        Horloge::avancer(col<int>("attente"));
+        bool trouve = false;
+        QCOMPARE(c.getAncienneMesureDeNSecondes(col<int>("n"), &trouve), col<double>("ancienne"));
+        QCOMPARE(trouve, col<double>("ancienne") != 0.0);
+        QCOMPARE(c.copieHistorique().values(), col<QList<double>>("gardees"));
+    }
 
-    QTest::newRow("100 s") << qint64(100) << false << true << 0.0 << QStringLiteral("440");
-    QTest::newRow("539 s") << qint64(539) << true << true << 0.0 << QStringLiteral("1");
-    QTest::newRow("540 s, historique vide") << qint64(540) << false << false << -55.0 << QString();
-    QTest::newRow("600 s, historique") << qint64(600) << true << false << 8.25 << QString();
-    // The clock was set back before the start: the grace period is over.
-    QTest::newRow("horloge reculee") << qint64(-30) << false << false << -55.0 << QString();
-}
-
-void TestConnexions::echecPendantEtApresDemarrage()
-{
-    QFETCH(qint64, depuisDemarrage);
-    QFETCH(bool, avecHistorique);
-    QFETCH(bool, leve);
-    QFETCH(double, valeur);
-    QFETCH(QString, reste);
-
-    QConnexionRJ45::dh_demarrage = T0.addSecs(-depuisDemarrage);
-    ConnexionEssai c(QStringLiteral("essai"));
-    c.setValeurDefaut(-55.0);
-    if (avecHistorique) {
-        Horloge::avancer(-20);
-        c.ajouterDansHistorique(8.25);
+    void echec_data()
+    {
+        QTest::addColumn<int>("depuis");         // seconds since the start of the program
+        QTest::addColumn<bool>("echoue");        // else it measures `valeur`
+        QTest::addColumn<double>("valeur");      // also stored 20 s before, unless RIEN
+        QTest::addColumn<double>("resultat");    // the default is -55
+        QTest::addColumn<QStringList>("lignes"); // "!" first: no such line
+        const QString nulle = QStringLiteral("getMesureEnCours = ");
+        const QString suite = QStringLiteral("Suite à exception sur récupération de la mesure du "
+                                             "capteur, valeur récupérée de l'historique = ");
+        const QString derniere = QStringLiteral("Dernière mesure récupérée de l'historique = ");
+        const QString grace =
+            QStringLiteral(" Erreur de récupération de valeur ignorée car pendant "
+                           "la période de démarrage (reste ");
+        QTest::newRow("mesure nulle")
+            << 3600 << false << 0.0 << 0.0 << QStringList{nulle + "0 (VSZ", '!' + derniere};
+        QTest::newRow("mesure 12.5") << 3600 << false << 12.5 << 12.5 << QStringList{'!' + nulle};
+        QTest::newRow("539 s") << 539 << true << RIEN << RIEN
+                               << QStringList{grace + "1 sec.) (VSZ"};
+        QTest::newRow("540 s") << 540 << true << RIEN << -55.0
+                               << QStringList{derniere + "-55 (VSZ", '!' + suite, '!' + grace};
+        QTest::newRow("0 de l'historique")
+            << 3600 << true << 0.0 << 0.0
+            << QStringList{suite + "0 (VSZ", derniere + "0 (VSZ", nulle + "0 (VSZ"};
+        QTest::newRow("horloge reculee avant le demarrage")
+            << -30 << true << RIEN << -55.0 << QStringList{'!' + grace};
+    }
+    void echec()
+    {
+        const double valeur = col<double>("valeur");
+        Essai c(QStringLiteral("essai"));
+        c.setValeurDefaut(-55.0);
+        if (!qIsNaN(valeur))
+            c.ajouterDansHistorique(valeur);
         Horloge::avancer(20);
+        QConnexionRJ45::dh_demarrage = Horloge::maintenant().addSecs(-col<int>("depuis"));
+        c.valeur = valeur;
+        c.echoue = col<bool>("echoue");
+        CaptureLog log;
+        QCOMPARE(mesurer([&c] { return c.getMesureEnCours(); }), col<double>("resultat"));
+        for (const QString &l : col<QStringList>("lignes"))
+            QVERIFY2(log.compter(l.mid(l.startsWith('!'))) == int(!l.startsWith('!')),
+                     qPrintable(l));
+        // A value taken back from the history or the default is not stored.
+        QCOMPARE(c.copieHistorique().size(), int(!qIsNaN(valeur)) + int(!c.echoue));
     }
-    const QMap<long, double> avant = c.copieHistorique();
 
-    c.echoue = true;
-    CaptureLog log;
-    const Resultat r = mesurer(c);
-
-    QCOMPARE(r.leve, leve);
-    const QStringList grace = log.contenant(QStringLiteral("pendant la période de démarrage"));
-    if (leve) {
-        QCOMPARE(r.code, -1);
-        QCOMPARE(grace.size(), 1);
-        QVERIFY2(grace.first().contains(
-                     QStringLiteral(" Erreur de récupération de valeur ignorée car pendant la "
-                                    "période de démarrage (reste %1 sec.) (VSZ = ")
-                         .arg(reste)),
-                 qPrintable(grace.first()));
-    } else {
-        QCOMPARE(r.valeur, valeur);
-        QVERIFY(grace.isEmpty());
+    void memoire()
+    {
+        // The first line that starts with the PID and a space, kept untrimmed.
+        qputenv("SORTIE_PS", "  PID   VSZ\n  @PID@  9000\n@PID@ 1");
+        QCOMPARE(QConnexionRJ45::getProcessMemoryUsage(), "PID   " + PID + "  9000");
+        qputenv("SORTIE_PS", "@PID@0 10424");
+        QCOMPARE(QConnexionRJ45::getProcessMemoryUsage(),
+                 "PID " + PID + " non trouvé (" + QCoreApplication::applicationFilePath() + ')');
+        QCOMPARE(lire(ps.filePath("appels")), QStringLiteral("-o pid,vsz\n-o pid,vsz\n"));
     }
-    // The value taken back from the history is never stored again.
-    QCOMPARE(c.copieHistorique(), avant);
-    QCOMPARE(log.compter(QStringLiteral(" Mesure non récupérée suite à Exception (VSZ")), 1);
-}
+    void lignesCoupees_data()
+    {
+        QTest::addColumn<bool>("actif");
+        QTest::newRow("lignes de la voie actives") << true;
+        QTest::newRow("lignes coupees (voie radio)") << false;
+    }
+    void lignesCoupees()
+    {
+        const bool actif = col<bool>("actif");
+        BacASable bac;
+        bac.activer();
+        QRadio radio(QStringLiteral("A1B2"), 1);
+        if (actif)
+            radio.setEcrireLog(true);
+        CaptureLog log;
+        radio.ecrireLog(QStringLiteral("valeur nulle : 0"), true, false);
+        QRadio::sourceLectures = [] { return Lus{lu("14.1:48.7", 0)}; };
+        QCOMPARE(radio.getMesureEnCours(), 48.7);
+        // The reading ages out after 60 s, the stored value after thirty minutes.
+        Horloge::avancer(1800);
+        QCOMPARE(radio.getMesureEnCours(), 48.7);
+        Horloge::avancer(1);
+        QCOMPARE(radio.getMesureEnCours(), -55.0);
 
-void TestConnexions::lignesDeValeurNulle_data()
-{
-    QTest::addColumn<bool>("echoue");
-    QTest::addColumn<double>("mesure");
-    QTest::addColumn<double>("defaut");
-    QTest::addColumn<QStringList>("presentes");
-    QTest::addColumn<QStringList>("absentes");
+        QCOMPARE(lire(bac.chemin(QStringLiteral("/var/log/aradio_val0.txt"))),
+                 QString(DATE_T0 + " valeur nulle : 0\n"));
+        const QStringList lignes = log.lignes();
+        QCOMPARE(lignes.isEmpty(), !actif);
+        QCOMPARE(lire(ps.filePath("appels")).count('\n'), lignes.size());
+        const QString defaut = QStringLiteral("Sun Nov 15 13:21:05 2026 Dernière mesure récupérée "
+                                              "de l'historique = -55 (VSZ = PID %1 777)");
+        QCOMPARE(lignes.contains(defaut.arg(PID)), actif);
+    }
+    void trames()
+    {
+        QCOMPARE(QConnexionRJ45::trameToString(QByteArray("\x05\xA0\x00\xFF", 4)), "5 A0 0 FF");
+        QCOMPARE(QConnexionRJ45::trameToString("\x0A"), "A");
+        QCOMPARE(QConnexionRJ45::trameToString({}), "");
+        Essai c(QStringLiteral("essai"));
+        Reponse a1(QStringLiteral("a"), "1"), b(QStringLiteral("b"), "2");
+        Reponse a2(QStringLiteral("a"), "3"), casse(QStringLiteral("A"), "4");
+        QList<Reponse *> liste;
+        QCOMPARE(c.recupererDerniereTrame(QStringLiteral("a"), &liste), nullptr);
+        // A known id is replaced in place; the record it held stays the caller's.
+        for (Reponse *r : {&a1, &b, &a2})
+            c.ajouterDerniereTrame(r, &liste);
+        QCOMPARE(liste, (QList<Reponse *>{&a2, &b}));
+        liste = {&a1, &b, &a2, &casse};
+        QCOMPARE(c.recupererDerniereTrame(QStringLiteral("a"), &liste), &a1);
+        c.supprimerDerniereTrame(QStringLiteral("a"), &liste);
+        QCOMPARE(liste, (QList<Reponse *>{&b, &casse}));
+    }
 
-    const QString nulle = QStringLiteral("getMesureEnCours = ");
-    const QString suite = QStringLiteral("Suite à exception sur récupération de la mesure du "
-                                         "capteur, valeur récupérée de l'historique = ");
-    const QString derniere = QStringLiteral("Dernière mesure récupérée de l'historique = ");
+    void traitementCycle_data()
+    {
+        QTest::addColumn<QDateTime>("date"); // of the last treatment
+        QTest::addColumn<int>("attente");
+        QTest::addColumn<bool>("possible");
+        QTest::newRow("jamais") << QDateTime() << 0 << true;
+        QTest::newRow("59 s") << T0 << 59 << false;
+        QTest::newRow("60 s") << T0 << 60 << true;
+        QTest::newRow("date future, 89 s") << T0.addSecs(30) << 89 << false;
+    }
+    void traitementCycle()
+    {
+        Essai c(QStringLiteral("essai"));
+        c.setDateDernierTraitementCycle(col<QDateTime>("date"));
+        Horloge::avancer(col<int>("attente"));
+        QCOMPARE(c.TraitementCyclePossible(), col<bool>("possible"));
+    }
 
-    QTest::newRow("mesure nulle") << false << 0.0 << 0.0
-                                  << QStringList{nulle + QStringLiteral("0 (VSZ"),
-                                                 QStringLiteral("Ajout dans l'historique : 0 (")}
-                                  << QStringList{derniere};
-    QTest::newRow("mesure non nulle")
-        << false << 12.5 << 0.0 << QStringList{QStringLiteral("Ajout dans l'historique : 12.5 (")}
-        << QStringList{nulle, derniere};
-    QTest::newRow("echec, defaut -55")
-        << true << 0.0 << -55.0 << QStringList{derniere + QStringLiteral("-55 (VSZ")}
-        << QStringList{suite, nulle, QStringLiteral("Ajout dans l'historique")};
-    QTest::newRow("echec, defaut nul")
-        << true << 0.0 << 0.0
-        << QStringList{suite + QStringLiteral("0 (VSZ"), derniere + QStringLiteral("0 (VSZ"),
-                       nulle + QStringLiteral("0 (VSZ")}
-        << QStringList{QStringLiteral("Ajout dans l'historique")};
-}
-
-void TestConnexions::lignesDeValeurNulle()
-{
-    QFETCH(bool, echoue);
-    QFETCH(double, mesure);
-    QFETCH(double, defaut);
-    QFETCH(QStringList, presentes);
-    QFETCH(QStringList, absentes);
-
-    ConnexionEssai c(QStringLiteral("essai"));
-    c.setValeurDefaut(defaut);
-    c.echoue = echoue;
-    c.valeur = mesure;
-
-    CaptureLog log;
-    const Resultat r = mesurer(c);
-    QVERIFY(!r.leve);
-    QCOMPARE(r.valeur, echoue ? defaut : mesure);
-    for (const QString &texte : qAsConst(presentes))
-        QVERIFY2(log.compter(texte) == 1, qPrintable(texte));
-    for (const QString &texte : qAsConst(absentes))
-        QVERIFY2(log.compter(texte) == 0, qPrintable(texte));
-}
-
-void TestConnexions::formatDesNombres()
-{
-    ConnexionEssai c(QStringLiteral("essai"), 2);
-    CaptureLog log;
-    c.ajouterDansHistorique(1234567.0);
-
-    const QString cle = QString::number(secondes(T0));
-    const QString limite = QString::number(secondes(T0) - 120);
-    const QStringList attendues = {
-        QStringLiteral("Ajout dans l'historique : 1.23457e+06"),
-        QStringLiteral("purge des mesures ancienne de plus de 120 secondes."),
-        QStringLiteral("%1 (iter.key()) < %2 (tdiff) ?").arg(cle, limite),
-    };
-    const QStringList lignes = log.lignes();
-    QCOMPARE(lignes.size(), attendues.size());
-    const QString suffixe = QStringLiteral(" (VSZ = ") + FauxPs::memoireParDefaut() + ')';
-    for (int i = 0; i < lignes.size(); ++i)
-        QCOMPARE(lignes.at(i),
-                 QString(QStringLiteral("Sun Nov 15 12:51:04 2026 ") + attendues.at(i) + suffixe));
-
-    log.vider();
-    bool trouve = false;
-    c.getAncienneMesureDeNSecondes(30, &trouve);
-    QCOMPARE(log.compter(QStringLiteral(
-                 " Recherche d'une ancienne mesure sur 30 secondes (1 mesures en mémoire) (VSZ")),
-             1);
-    QCOMPARE(log.compter(QStringLiteral(" Mesure seconde %1 >= %2 (mesure=1.23457e+06) (VSZ")
-                             .arg(cle, QString::number(secondes(T0) - 30))),
-             1);
-    QCOMPARE(log.compter(QStringLiteral(" Ancienne mesure trouvée : 1.23457e+06 (VSZ")), 1);
-}
-
-void TestConnexions::reponseEnregistreSonInstant()
-{
-    CaptureLog log;
-    const QConnexionRJ45::Reponse r(QStringLiteral("A1B2:1"), QByteArray("\x05\xA0", 2));
-    QCOMPARE(r.date, T0);
-    QCOMPARE(r.donnees, QByteArray("\x05\xA0", 2));
-    QCOMPARE(log.lignes().size(), 2);
-    QVERIFY(log.lignes().at(0).startsWith(QStringLiteral("Reponse : 0x")));
-    QVERIFY(log.lignes().at(0).endsWith(QStringLiteral(" : id=A1B2:1")));
-    QVERIFY(log.lignes().at(1).contains(QStringLiteral(" malloc donnees ")));
-
-    log.vider();
-    const QConnexionRJ45::Reponse vide;
-    QVERIFY(vide.id.isEmpty() && vide.donnees.isEmpty() && vide.date.isNull());
-    QCOMPARE(log.lignes().size(), 1);
-    QVERIFY(log.lignes().at(0).startsWith(QStringLiteral("Reponse() 0x")));
-    QVERIFY(log.lignes().at(0).endsWith(QStringLiteral(" : vide")));
-}
-
-void TestConnexions::trameEnTexte_data()
-{
-    QTest::addColumn<QByteArray>("trame");
-    QTest::addColumn<QString>("texte");
-
-    QTest::newRow("sans zeros de tete") << QByteArray("\x05\xA0\x00\xFF", 4) << "5 A0 0 FF";
-    QTest::newRow("un octet") << QByteArray("\x0A", 1) << "A";
-    QTest::newRow("vide") << QByteArray() << "";
-    QTest::newRow("octets hauts") << QByteArray("\x80\x10", 2) << "80 10";
-}
-
-void TestConnexions::trameEnTexte()
-{
-    QFETCH(QByteArray, trame);
-    QFETCH(QString, texte);
-    QCOMPARE(QConnexionRJ45::trameToString(trame), texte);
-}
-
-void TestConnexions::ajouterDerniereTrameRemplaceSansDetruire()
-{
-    ConnexionEssai c(QStringLiteral("essai"));
-    QConnexionRJ45::Reponse a1(QStringLiteral("a"), "1");
-    QConnexionRJ45::Reponse b(QStringLiteral("b"), "2");
-    QConnexionRJ45::Reponse a2(QStringLiteral("a"), "3");
-    QList<QConnexionRJ45::Reponse *> liste;
-
-    CaptureLog log;
-    c.ajouterDerniereTrame(&a1, &liste);
-    c.ajouterDerniereTrame(&b, &liste);
-    c.ajouterDerniereTrame(&a2, &liste);
-
-    QCOMPARE(liste, (QList<QConnexionRJ45::Reponse *>{&a2, &b}));
-    QCOMPARE(log.compter(QStringLiteral(" Ajout dernière trame id a nb=2 (VSZ")), 1);
-    QCOMPARE(log.compter(QStringLiteral(" Dernières trames nb=2 (VSZ")), 2);
-}
-
-void TestConnexions::supprimerDerniereTrameRetireToutesLesOccurrences()
-{
-    ConnexionEssai c(QStringLiteral("essai"));
-    c.setEcrireLog(false);
-    QConnexionRJ45::Reponse a1(QStringLiteral("a"), "1");
-    QConnexionRJ45::Reponse b(QStringLiteral("b"), "2");
-    QConnexionRJ45::Reponse a2(QStringLiteral("a"), "3");
-    QConnexionRJ45::Reponse casse(QStringLiteral("A"), "4");
-    QList<QConnexionRJ45::Reponse *> liste{&a1, &b, &a2, &casse};
-
-    c.supprimerDerniereTrame(QStringLiteral("a"), &liste);
-    QCOMPARE(liste, (QList<QConnexionRJ45::Reponse *>{&b, &casse}));
-    c.supprimerDerniereTrame(QStringLiteral("z"), &liste);
-    QCOMPARE(liste.size(), 2);
-}
-
-void TestConnexions::recupererDerniereTrame()
-{
-    ConnexionEssai c(QStringLiteral("essai"));
-    QList<QConnexionRJ45::Reponse *> liste;
-
-    CaptureLog log;
-    QCOMPARE(c.recupererDerniereTrame(QStringLiteral("b"), &liste), nullptr);
-    const QStringList lignes = log.lignes();
-    QCOMPARE(lignes.size(), 2);
-    QVERIFY(lignes.at(0).contains(QStringLiteral(" Récupérer dernière trame id b nb=0 (VSZ")));
-    QVERIFY(lignes.at(1).contains(QStringLiteral(" Dernières trames non trouvé (VSZ")));
-
-    QConnexionRJ45::Reponse a(QStringLiteral("a"), "1");
-    QConnexionRJ45::Reponse b(QStringLiteral("b"), "2");
-    QConnexionRJ45::Reponse b2(QStringLiteral("b"), "3");
-    liste = {&a, &b, &b2};
-    log.vider();
-    QCOMPARE(c.recupererDerniereTrame(QStringLiteral("b"), &liste), &b);
-    QCOMPARE(log.compter(QStringLiteral(" Comparaison trame id a == b ? 0 (VSZ")), 1);
-    QCOMPARE(log.compter(QStringLiteral(" Comparaison trame id b == b ? 1 (VSZ")), 1);
-    QCOMPARE(log.compter(QStringLiteral("Comparaison")), 2);
-    QCOMPARE(log.compter(QStringLiteral("non trouvé (VSZ")), 0);
-}
-
-void TestConnexions::traitementCycleUneFoisParMinute_data()
-{
-    QTest::addColumn<bool>("dateDefinie");
-    QTest::addColumn<qint64>("decalageDate");
-    QTest::addColumn<qint64>("attente");
-    QTest::addColumn<bool>("possible");
-
-    QTest::newRow("jamais traite") << false << qint64(0) << qint64(0) << true;
-    QTest::newRow("traite il y a 59 s") << true << qint64(0) << qint64(59) << false;
-    QTest::newRow("traite il y a 60 s") << true << qint64(0) << qint64(60) << true;
-    QTest::newRow("date future, 89 s") << true << qint64(30) << qint64(89) << false;
-    QTest::newRow("date future, 90 s") << true << qint64(30) << qint64(90) << true;
-}
-
-void TestConnexions::traitementCycleUneFoisParMinute()
-{
-    QFETCH(bool, dateDefinie);
-    QFETCH(qint64, decalageDate);
-    QFETCH(qint64, attente);
-    QFETCH(bool, possible);
-
-    CycleEssai c(QStringLiteral("cycle"));
-    if (dateDefinie)
-        c.setDateDernierTraitementCycle(Horloge::maintenant().addSecs(decalageDate));
-    Horloge::avancer(attente);
-    QCOMPARE(c.TraitementCyclePossible(), possible);
-}
-
-void TestConnexions::etatsDeCycle_data()
-{
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("premier");
-    QTest::addColumn<QString>("second");
-    QTest::addColumn<bool>("egaux");
-
-    // Compared with {3, "Cuisson", "en cours"}.
-    QTest::newRow("identiques") << 3 << "Cuisson"
-                                << "en cours" << true;
-    QTest::newRow("second texte different") << 3 << "Cuisson"
-                                            << "terminé" << false;
-    QTest::newRow("casse differente") << 3 << "cuisson"
-                                      << "en cours" << false;
-    QTest::newRow("code different") << 4 << "Cuisson"
-                                    << "en cours" << false;
-}
-
-void TestConnexions::etatsDeCycle()
-{
-    QFETCH(int, code);
-    QFETCH(QString, premier);
-    QFETCH(QString, second);
-    QFETCH(bool, egaux);
-
-    QConnexionRJ45AvecGestionCycle::EtatCycle reference;
-    reference.code = 3;
-    reference.premierTexte = QStringLiteral("Cuisson");
-    reference.secondTexte = QStringLiteral("en cours");
-    QConnexionRJ45AvecGestionCycle::EtatCycle autre;
-    autre.code = code;
-    autre.premierTexte = premier;
-    autre.secondTexte = second;
-
-    QCOMPARE(reference.equals(autre), egaux);
-    QCOMPARE(autre.equals(reference), egaux);
-}
-
-void TestConnexions::cyclesAGerer()
-{
-    CycleEssai c(QStringLiteral("cycle"), 5);
-    QVERIFY(!c.aDesCyclesAGerer());
-    QVERIFY(c.getDateDernierTraitementCycle().isNull());
-    c.getLesEtatCycle()->append(QConnexionRJ45AvecGestionCycle::EtatCycle());
-    QVERIFY(c.aDesCyclesAGerer());
-    c.getLesEtatCycle()->clear();
-    QVERIFY(!c.aDesCyclesAGerer());
-}
+    void radio_data()
+    {
+        QTest::addColumn<Lus>("lus");
+        QTest::addColumn<bool>("contact");
+        QTest::addColumn<int>("numero");
+        QTest::addColumn<double>("attendu");
+        QTest::addColumn<QString>("trace"); // a line written once
+        const Lus l{lu("14.1:48.7")};
+        QTest::newRow("premiere valeur") << l << false << 0 << 14.1 << "";
+        QTest::newRow("seconde valeur") << l << false << 1 << 48.7 << "";
+        QTest::newRow("batterie") << l << false << 2 << 3.6 << "";
+        QTest::newRow("pas d'operande")
+            << l << false << 3 << RIEN << "Pas d'opérande dans la valeur 14.1:48.7 (";
+        QTest::newRow("sous-type negatif") << l << false << -1 << RIEN << "Pas d'opérande";
+        QTest::newRow("apres une partie vide") << Lus{lu(":5")} << false << 1 << 5.0 << "";
+        QTest::newRow("contact ferme") << Lus{lu("2.5")} << true << 0 << 1.0 << "";
+        QTest::newRow("contact negatif") << Lus{lu("-1")} << true << 0 << 0.0 << "";
+        QTest::newRow("contact, alimentation") << Lus{lu("0:0")} << true << 1 << 1.0 << "";
+        QTest::newRow("60 s") << Lus{lu("7", 60)} << false << 0 << 7.0 << "";
+        QTest::newRow("61 s") << Lus{lu("7", 61)} << false << 0 << RIEN
+                              << "trop ancienne de 61 secondes (";
+        QTest::newRow("70 s puis 10 s") << Lus{lu("1", 70), lu("2", 10)} << false << 0 << 2.0
+                                        << "trop ancienne de 70 secondes (";
+        QTest::newRow("datee dans le futur")
+            << Lus{lu("1", -5)} << false << 0 << RIEN << "trop ancienne de 4294967291 secondes (";
+        QTest::newRow("autres modules")
+            << Lus{lu("1", 0, "a1b2"), lu("1", 0, "A1B20")} << false << 0 << RIEN << "";
+        QTest::newRow("aucune lecture") << Lus{} << false << 0 << RIEN << "";
+    }
+    void radio()
+    {
+        const QString trace = col<QString>("trace");
+        if (!col<Lus>("lus").isEmpty())
+            QRadio::sourceLectures = [lus = col<Lus>("lus")] { return lus; };
+        QRadio r(QStringLiteral("A1B2"), col<int>("numero"));
+        r.estContact = col<bool>("contact");
+        r.setEcrireLog(true);
+        CaptureLog log;
+        QCOMPARE(mesurer([&r] { return r.getMesureEnCoursSousType(); }), col<double>("attendu"));
+        QCOMPARE(log.compter(" Aucune mesure trouvée : envoi d'une exception ("),
+                 int(qIsNaN(col<double>("attendu"))));
+        if (!trace.isEmpty())
+            QCOMPARE(log.compter(trace), 1);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestConnexions)
 #include "tst_connexions.moc"

@@ -20,7 +20,6 @@ private slots:
     void serveurMuetSansLogSaufForce();
     void consoleSeulementApresLog();
     void fichierVal0SansFinDeLigne();
-    void fichierVal0ImpossibleNeFaitRien();
 
 private:
     QDateTime instant(int jour, int h, int m, int s) const
@@ -131,18 +130,6 @@ void TestJournal::fichierVal0SansFinDeLigne()
     QCOMPARE(QString::fromUtf8(fichier.readAll()),
              QString("Fri Mar 5 10:00:00 2027 Voie 3 n'a pas de QConnexionRJ45 développé"
                      "Fri Mar 5 10:00:01 2027 Voie 4 n'a pas de QConnexionRJ45 développé"));
-}
-
-void TestJournal::fichierVal0ImpossibleNeFaitRien()
-{
-    BacASable bac;
-    bac.activer();
-    AcquisitionRadio service;
-    QVERIFY(QDir(bac.chemin("/var/log")).removeRecursively());
-    QSignalSpy signal(&service, &LogQuintaris::log);
-    service.ecrireLog("perdu", true);
-    QCOMPARE(signal.count(), 1);
-    QVERIFY(!QFile::exists(bac.chemin("/var/log/aradio_val0.txt")));
 }
 
 QTEST_GUILESS_MAIN(TestJournal)

@@ -1,121 +1,68 @@
 #ifndef AIDE_RECEPTION_H
 #define AIDE_RECEPTION_H
 
-// Checks shared by the reception tests: "Zone_HF" read at its raw byte
-// offsets (as the main application reads it, not through the service's own
-// record type) and the radio database read through a connection of the
-// test's own.
+// "Zone_HF" read at raw byte offsets, and the radio database through a test connection.
 
-#include <QByteArray>
-#include <QSqlDatabase>
-#include <QSqlQuery>
-#include <QSqlRecord>
-#include <QString>
-#include <QStringList>
-#include <QUuid>
-#include <QVariant>
+#include <QtSql>
 
 #include <cstring>
 
-namespace AideReception {
+// Slot i starts at byte 216 x i; text fields are 50 bytes wide, but the type.
+constexpr int NUMERO = 1, PARENT = 51, TYPE = 101, VALEUR = 103, RANK = 168, DATEHEURE = 208;
 
-const int TAILLE_SLOT = 216;
-const int NB_SLOTS = 100;
-const int OFFSET_PRESENT = 0;
-const int OFFSET_NUMERO = 1;
-const int OFFSET_PARENT = 51;
-const int OFFSET_TYPE = 101;
-const int OFFSET_VALEUR = 103;
-const int OFFSET_PILE = 160;
-const int OFFSET_RANK = 168;
-const int OFFSET_CURRENT_RANK = 176;
-const int OFFSET_NB_SAUTS = 184;
-const int OFFSET_DATEHEURE = 208;
-const int OFFSET_DATE_CHANGEMENT_PILE = 212;
-
-// The bytes of a text field, up to its NUL or its width.
-inline QByteArray texte(const QByteArray &zone, int slot, int offset, int largeur)
+inline QByteArray texte(const QByteArray &zone, int slot, int offset)
 {
-    const QByteArray champ = zone.mid(slot * TAILLE_SLOT + offset, largeur);
-    const int fin = champ.indexOf('\0');
-    return fin < 0 ? champ : champ.left(fin);
+    return zone.mid(slot * 216 + offset, offset == TYPE ? 2 : 50).constData(); // to its NUL
 }
 
 template <typename T>
 T nombre(const QByteArray &zone, int slot, int offset)
 {
     T valeur{};
-    const int debut = slot * TAILLE_SLOT + offset;
-    if (debut + static_cast<int>(sizeof(T)) <= zone.size())
-        std::memcpy(&valeur, zone.constData() + debut, sizeof(T));
+    if (slot >= 0 && slot * 216 + offset + static_cast<int>(sizeof(T)) <= zone.size())
+        std::memcpy(&valeur, zone.constData() + slot * 216 + offset, sizeof(T));
     return valeur;
 }
 
-// The slot holding this address (present or not), or -1.
+// The first slot holding this address, or -1.
 inline int slotDe(const QByteArray &zone, const QByteArray &numero)
 {
-    for (int i = 0; i < NB_SLOTS && (i + 1) * TAILLE_SLOT <= zone.size(); ++i) {
-        if (texte(zone, i, OFFSET_NUMERO, 50) == numero)
-            return i;
-    }
-    return -1;
+    int i = 0;
+    while (i < 100 && texte(zone, i, NUMERO) != numero)
+        ++i;
+    return i < 100 ? i : -1;
 }
 
-// Rows of a query on the database file, each row as a list of values; an
-// empty list when the file or the table is not there yet.
-inline QList<QVariantList> lignes(const QString &fichier, const QString &sql)
+// present|numero|parent|type|valeur|pile|rank|current_rank|nb_sauts|date_changement_pile
+inline QString enregistrement(const QByteArray &zone, int slot)
 {
-    QList<QVariantList> resultat;
-    const QString nom = QStringLiteral("aide_") + QUuid::createUuid().toString();
+    QStringList champs{QString::number(nombre<char>(zone, slot, 0))};
+    for (const int offset : {NUMERO, PARENT, TYPE, VALEUR})
+        champs << QString::fromUtf8(texte(zone, slot, offset));
+    for (const int offset : {160, RANK, 176})
+        champs << QString::number(nombre<double>(zone, slot, offset));
+    champs << QString::number(nombre<qint32>(zone, slot, 184))
+           << QString::number(nombre<qint32>(zone, slot, 212));
+    return champs.join('|');
+}
+
+// The rows a statement gives: values joined by '|', rows by '\n'.
+inline QString lignes(const QString &fichier, const QString &sql)
+{
+    QStringList rangees;
     {
-        QSqlDatabase base = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), nom);
+        QSqlDatabase base = QSqlDatabase::addDatabase("QSQLITE", "aide");
         base.setDatabaseName(fichier);
-        if (base.open()) {
-            QSqlQuery requete(base);
-            if (requete.exec(sql)) {
-                while (requete.next()) {
-                    QVariantList ligne;
-                    for (int c = 0; c < requete.record().count(); ++c)
-                        ligne.append(requete.value(c));
-                    resultat.append(ligne);
-                }
-            }
-            requete.finish();
-            base.close();
+        base.open();
+        QSqlQuery requete(sql, base);
+        while (requete.next()) {
+            rangees << QString();
+            for (int c = 0; c < requete.record().count(); ++c)
+                rangees.last() += (c ? "|" : "") + requete.value(c).toString();
         }
     }
-    QSqlDatabase::removeDatabase(nom);
-    return resultat;
+    QSqlDatabase::removeDatabase("aide");
+    return rangees.join('\n');
 }
-
-inline bool executer(const QString &fichier, const QString &sql)
-{
-    bool ok = false;
-    const QString nom = QStringLiteral("aide_") + QUuid::createUuid().toString();
-    {
-        QSqlDatabase base = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), nom);
-        base.setDatabaseName(fichier);
-        if (base.open()) {
-            QSqlQuery requete(base);
-            ok = requete.exec(sql);
-            base.close();
-        }
-    }
-    QSqlDatabase::removeDatabase(nom);
-    return ok;
-}
-
-// Log lines ending with `fin` (the server prefixes each with its date).
-inline QStringList finissantPar(const QStringList &toutes, const QString &fin)
-{
-    QStringList resultat;
-    for (const QString &ligne : toutes) {
-        if (ligne.endsWith(fin))
-            resultat.append(ligne);
-    }
-    return resultat;
-}
-
-} // namespace AideReception
 
 #endif // AIDE_RECEPTION_H
