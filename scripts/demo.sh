@@ -33,9 +33,8 @@ esac
 
 # --- build if needed --------------------------------------------------------
 construction="${BUILD_DIR:-$depot/build}"
-if ! command -v cmake >/dev/null 2>&1 && [ -x "$depot/scripts/installer.sh" ]; then
-    "$depot/scripts/installer.sh" || exit 1
-fi
+# Installs only the Debian packages the machine lacks.
+"$depot/scripts/installer.sh" || exit 1
 if [ ! -f "$construction/CMakeCache.txt" ]; then
     cmake -S "$depot" -B "$construction" || exit 1
 fi
