@@ -50,7 +50,8 @@ void TestDemarrageProcessus::ligneDeDemarrageSeule()
                  .match(lignes.at(0))
                  .hasMatch(),
              qPrintable(lignes.at(0)));
-    const QRegularExpression attendu(QStringLiteral("^\\d\\d/\\d\\d/\\d{4} D\uFFFDmarrage de AcquisitionRADIO$"));
+    const QRegularExpression attendu(
+        QStringLiteral("^\\d\\d/\\d\\d/\\d{4} D\uFFFDmarrage de AcquisitionRADIO$"));
     QVERIFY2(attendu.match(lignes.at(1)).hasMatch(), qPrintable(lignes.at(1)));
     QCOMPARE(lignes.at(1).left(10), QDate::currentDate().toString("dd/MM/yyyy"));
 }
@@ -60,13 +61,15 @@ void TestDemarrageProcessus::logEtPeriodeUneSeconde()
     // The constructor restarts the tunnel (2 s) before the options are read.
     const QStringList lignes = lancer({"-periode", "1", "-log"}, 5200);
     const int ecriture = lignes.indexOf(QStringLiteral("Écriture de log"));
-    const int demarrage = lignes.indexOf(
-        QRegularExpression(QStringLiteral("^\\d\\d/\\d\\d/\\d{4} D\uFFFDmarrage de AcquisitionRADIO$")));
+    const int demarrage = lignes.indexOf(QRegularExpression(
+        QStringLiteral("^\\d\\d/\\d\\d/\\d{4} D\uFFFDmarrage de AcquisitionRADIO$")));
     QVERIFY2(ecriture >= 0, qPrintable(lignes.join('\n')));
     QVERIFY(demarrage > ecriture);
     const int cycles = lignes.filter(QRegularExpression(" début recuperer_mesures$")).size();
     QVERIFY2(cycles >= 2 && cycles <= 4, qPrintable(QString::number(cycles)));
-    QVERIFY(lignes.filter(QRegularExpression("^\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d \\(serveur_udp\\) "))
+    QVERIFY(lignes
+                .filter(QRegularExpression(
+                    "^\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d \\(serveur_udp\\) "))
                 .size() > 0);
 }
 

@@ -48,8 +48,10 @@ void TestEnvironnement::chemins_data()
     QTest::addColumn<QString>("attendu");
     QTest::newRow("variable absente") << QString() << "/var/base/hf.db";
     QTest::newRow("variable vide") << QString("") << "/var/base/hf.db";
-    QTest::newRow("bac a sable") << "/tmp/bac" << "/tmp/bac/var/base/hf.db";
-    QTest::newRow("barre finale") << "/tmp/bac//" << "/tmp/bac/var/base/hf.db";
+    QTest::newRow("bac a sable") << "/tmp/bac"
+                                 << "/tmp/bac/var/base/hf.db";
+    QTest::newRow("barre finale") << "/tmp/bac//"
+                                  << "/tmp/bac/var/base/hf.db";
 }
 
 void TestEnvironnement::chemins()
@@ -68,13 +70,14 @@ void TestEnvironnement::commandeSousLaRacine_data()
     QTest::newRow("sans racine, inchangee")
         << QString() << "/etc/init.d/tunslip6 stop" << QByteArray("/etc/init.d/tunslip6 stop");
     QTest::newRow("racine, arguments gardes")
-        << "/tmp/bac" << "/etc/init.d/tunslip6 start"
-        << QByteArray("'/tmp/bac/etc/init.d/tunslip6' start");
+        << "/tmp/bac"
+        << "/etc/init.d/tunslip6 start" << QByteArray("'/tmp/bac/etc/init.d/tunslip6' start");
     QTest::newRow("racine, sans argument")
-        << "/tmp/bac" << "/etc/scripts/reset_br.sh" << QByteArray("'/tmp/bac/etc/scripts/reset_br.sh'");
+        << "/tmp/bac"
+        << "/etc/scripts/reset_br.sh" << QByteArray("'/tmp/bac/etc/scripts/reset_br.sh'");
     QTest::newRow("racine avec espace et apostrophe")
-        << "/tmp/b a'c" << "/etc/scripts/repair_br.sh"
-        << QByteArray("'/tmp/b a'\\''c/etc/scripts/repair_br.sh'");
+        << "/tmp/b a'c"
+        << "/etc/scripts/repair_br.sh" << QByteArray("'/tmp/b a'\\''c/etc/scripts/repair_br.sh'");
 }
 
 void TestEnvironnement::commandeSousLaRacine()
@@ -93,11 +96,18 @@ void TestEnvironnement::adresseEtPort_data()
     QTest::addColumn<QString>("adresseAttendue");
     QTest::addColumn<int>("portAttendu");
     QTest::newRow("constantes") << QString() << QString() << "64:ff9b::1" << 5042;
-    QTest::newRow("bac a sable") << "::1" << "40000" << "::1" << 40000;
-    QTest::newRow("port zero laisse le noyau choisir") << "::1" << "0" << "::1" << 0;
-    QTest::newRow("port invalide") << QString() << "abc" << "64:ff9b::1" << 5042;
-    QTest::newRow("port hors plage") << QString() << "70000" << "64:ff9b::1" << 5042;
-    QTest::newRow("port negatif") << QString() << "-1" << "64:ff9b::1" << 5042;
+    QTest::newRow("bac a sable") << "::1"
+                                 << "40000"
+                                 << "::1" << 40000;
+    QTest::newRow("port zero laisse le noyau choisir") << "::1"
+                                                       << "0"
+                                                       << "::1" << 0;
+    QTest::newRow("port invalide") << QString() << "abc"
+                                   << "64:ff9b::1" << 5042;
+    QTest::newRow("port hors plage") << QString() << "70000"
+                                     << "64:ff9b::1" << 5042;
+    QTest::newRow("port negatif") << QString() << "-1"
+                                  << "64:ff9b::1" << 5042;
 }
 
 void TestEnvironnement::adresseEtPort()

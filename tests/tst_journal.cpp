@@ -44,7 +44,8 @@ void TestJournal::ligneDateeSansHeure_data()
     QTest::addColumn<QString>("texte");
     QTest::addColumn<QString>("attendu");
     QTest::newRow("jour et mois sur deux chiffres")
-        << QDateTime(QDate(2027, 3, 5), QTime(23, 59, 59)) << "x" << "05/03/2027 x";
+        << QDateTime(QDate(2027, 3, 5), QTime(23, 59, 59)) << "x"
+        << "05/03/2027 x";
     QTest::newRow("texte accentue garde")
         << QDateTime(QDate(2026, 11, 15), QTime(0, 0)) << "début recuperer_mesures"
         << "15/11/2026 début recuperer_mesures";
@@ -86,7 +87,8 @@ void TestJournal::serveurMuetSansLogSaufForce()
     serveur.ecrireLog("ordinaire aussi", false);
     serveur.ecrireLog("bind() error : 98 : Address already in use", true);
     QCOMPARE(capture.lignes(),
-             QStringList{"05/03/2027 10:00:00 (serveur_udp) bind() error : 98 : Address already in use"});
+             QStringList{
+                 "05/03/2027 10:00:00 (serveur_udp) bind() error : 98 : Address already in use"});
 }
 
 void TestJournal::consoleSeulementApresLog()

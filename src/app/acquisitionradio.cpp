@@ -30,8 +30,7 @@ void AcquisitionRadio::ecrireConsole(LogQuintaris::LigneLog ligne)
 
 void AcquisitionRadio::setLog()
 {
-    connect(this, &LogQuintaris::log, this, &AcquisitionRadio::ecrireConsole,
-            Qt::DirectConnection);
+    connect(this, &LogQuintaris::log, this, &AcquisitionRadio::ecrireConsole, Qt::DirectConnection);
     serveur.setLog();
 }
 

@@ -6,9 +6,9 @@ struct Options
 {
     static constexpr int PERIODE_DEFAUT = 20;
 
-    bool verbeux = false;            // "-v": accepted, changes nothing
-    int nbLog = 0;                   // each "-log" turns console logging on once more
-    int periode = PERIODE_DEFAUT;    // seconds between two acquisition cycles
+    bool verbeux = false;         // "-v": accepted, changes nothing
+    int nbLog = 0;                // each "-log" turns console logging on once more
+    int periode = PERIODE_DEFAUT; // seconds between two acquisition cycles
 
     // Scans argv[1] .. argv[argc - 1]. "-periode" consumes the next argument
     // whether or not it is a number; a later value wins; anything unknown is

@@ -5,8 +5,7 @@
 LogQuintaris::LigneLog::LigneLog(const QString &texte)
     : texte(texte)
     , dateHeure(Horloge::maintenant())
-{
-}
+{}
 
 QString LogQuintaris::LigneLog::toString() const
 {

@@ -9,12 +9,18 @@ namespace Demande_enregistrement {
 constexpr const char *CLE = "Demande_enreg";
 constexpr int TAILLE_MINIMUM = 82;
 
-constexpr int OFFSET_CONFIG_MODIFIEE = 0;               // set when a new BR address was written
-constexpr int OFFSET_ENREGISTRER_DONNEES_RADIO = 80;    // save request, cleared once served
-constexpr int OFFSET_ACQUISITIONRADIO_FONCTIONNE = 81;  // heartbeat
+constexpr int OFFSET_CONFIG_MODIFIEE = 0;              // set when a new BR address was written
+constexpr int OFFSET_ENREGISTRER_DONNEES_RADIO = 80;   // save request, cleared once served
+constexpr int OFFSET_ACQUISITIONRADIO_FONCTIONNE = 81; // heartbeat
 
-inline uchar config_modifiee(const uchar *zone) { return zone[OFFSET_CONFIG_MODIFIEE]; }
-inline void setConfig_modifiee(uchar *zone, uchar v) { zone[OFFSET_CONFIG_MODIFIEE] = v; }
+inline uchar config_modifiee(const uchar *zone)
+{
+    return zone[OFFSET_CONFIG_MODIFIEE];
+}
+inline void setConfig_modifiee(uchar *zone, uchar v)
+{
+    zone[OFFSET_CONFIG_MODIFIEE] = v;
+}
 inline uchar enregistrer_donnees_radio(const uchar *zone)
 {
     return zone[OFFSET_ENREGISTRER_DONNEES_RADIO];

@@ -12,8 +12,14 @@ namespace Etat {
 constexpr const char *CLE = "Etat_iTessalin";
 constexpr int OFFSET_MESURES = 8;
 
-constexpr int offsetMesure(int voie) { return OFFSET_MESURES + 8 * voie; }
-constexpr int tailleZone(int nbVoies) { return offsetMesure(nbVoies + 1); }
+constexpr int offsetMesure(int voie)
+{
+    return OFFSET_MESURES + 8 * voie;
+}
+constexpr int tailleZone(int nbVoies)
+{
+    return offsetMesure(nbVoies + 1);
+}
 
 inline double mesure(const uchar *zone, int voie)
 {

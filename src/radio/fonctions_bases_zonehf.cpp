@@ -82,9 +82,7 @@ void fonctions_bases::setModuleTaux(QString adresse, double taux_reception, doub
             continue;
         // Only the two rates: the reception thread may be rewriting the rest
         // of the record at the same moment.
-        uchar *octets = slot(zone, i);
-        Champs::ecrireNombre(octets + offsetof(gestion_radio, taux_reception), taux_reception);
-        Champs::ecrireNombre(octets + offsetof(gestion_radio, taux_utilisation), taux_utilisation);
+        ecrireTauxEnPlace(slot(zone, i), taux_reception, taux_utilisation);
         return;
     }
 }

@@ -16,21 +16,21 @@ struct gestion_radio
     static constexpr int LARGEUR_TYPE = 2;
     static constexpr int LARGEUR_VALEUR = 50;
 
-    char present;                        // 1 = live module; the main application clears it
-    char numero[LARGEUR_NUMERO];         // module address, key of the table
-    char parent[LARGEUR_PARENT];         // parent address in the radio tree
-    char type[LARGEUR_TYPE];             // frame type letter and its NUL
-    char valeur[LARGEUR_VALEUR];         // value text, always NUL-terminated by the writer
+    char present;                // 1 = live module; the main application clears it
+    char numero[LARGEUR_NUMERO]; // module address, key of the table
+    char parent[LARGEUR_PARENT]; // parent address in the radio tree
+    char type[LARGEUR_TYPE];     // frame type letter and its NUL
+    char valeur[LARGEUR_VALEUR]; // value text, always NUL-terminated by the writer
     char remplissage1[7];
-    double pile;                         // battery level of the last frame
-    double rank;                         // routing rank of the last frame
-    double current_rank;                 // rank step computed by the module update
-    qint32 nb_sauts;                     // hops to the border router
+    double pile;         // battery level of the last frame
+    double rank;         // routing rank of the last frame
+    double current_rank; // rank step computed by the module update
+    qint32 nb_sauts;     // hops to the border router
     char remplissage2[4];
     double taux_reception;
     double taux_utilisation;
-    quint32 dateheure_mesure;            // Unix seconds of the last frame
-    qint32 date_changement_pile;         // set by the main application
+    quint32 dateheure_mesure;    // Unix seconds of the last frame
+    qint32 date_changement_pile; // set by the main application
 
     QByteArray numeroOctets() const { return Champs::octetsTexte(numero, LARGEUR_NUMERO); }
     QByteArray parentOctets() const { return Champs::octetsTexte(parent, LARGEUR_PARENT); }
@@ -60,6 +60,14 @@ static_assert(offsetof(gestion_radio, dateheure_mesure) == 208, "dateheure_mesur
 static_assert(offsetof(gestion_radio, date_changement_pile) == 212, "date_changement_pile");
 static_assert(sizeof(gestion_radio) == 216, "a module record is 216 bytes");
 static_assert(sizeof(double) == 8, "doubles are IEEE 754 binary64");
+
+// The two rates are written in place in the segment, not through a copied
+// record, so that a module update running meanwhile keeps the rest.
+inline void ecrireTauxEnPlace(uchar *slot, double taux_reception, double taux_utilisation)
+{
+    Champs::ecrireNombre(slot + offsetof(gestion_radio, taux_reception), taux_reception);
+    Champs::ecrireNombre(slot + offsetof(gestion_radio, taux_utilisation), taux_utilisation);
+}
 
 // The whole segment "Zone_HF": 100 module records, slot i at byte 216 x i.
 struct les_modules_radio

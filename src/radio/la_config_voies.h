@@ -37,7 +37,10 @@ struct La_config_voies
     qint32 type() const { return Champs::lireNombre<qint32>(octets + OFFSET_TYPE); }
     double offset() const { return Champs::lireNombre<double>(octets + OFFSET_OFFSET); }
     qint32 numero() const { return Champs::lireNombre<qint32>(octets + OFFSET_NUMERO); }
-    QByteArray adresse() const { return Champs::octetsTexte(octets + OFFSET_ADRESSE, LARGEUR_ADRESSE); }
+    QByteArray adresse() const
+    {
+        return Champs::octetsTexte(octets + OFFSET_ADRESSE, LARGEUR_ADRESSE);
+    }
 
     void setType(qint32 v) { Champs::ecrireNombre(octets + OFFSET_TYPE, v); }
     void setOffset(double v) { Champs::ecrireNombre(octets + OFFSET_OFFSET, v); }

@@ -10,8 +10,7 @@ class DonneesUDP
 public:
     DonneesUDP() = default;
     DonneesUDP(const QDateTime &dateheure, const QString &type, const QString &module,
-               const QString &parent, double rank, const QString &valeur, double batterie,
-               int alim)
+               const QString &parent, double rank, const QString &valeur, double batterie, int alim)
         : dateheure(dateheure)
         , type(type)
         , module(module)
@@ -20,17 +19,16 @@ public:
         , valeur(valeur)
         , batterie(batterie)
         , alim(alim)
-    {
-    }
+    {}
 
-    QDateTime dateheure;  // when decoding of the frame began
-    QString type;         // frame type letter
-    QString module;       // module address
-    QString parent;       // parent address
-    double rank = 0.0;    // rank field x 0.1, not yet truncated
-    QString valeur;       // value text, readings separated by ":"
+    QDateTime dateheure; // when decoding of the frame began
+    QString type;        // frame type letter
+    QString module;      // module address
+    QString parent;      // parent address
+    double rank = 0.0;   // rank field x 0.1, not yet truncated
+    QString valeur;      // value text, readings separated by ":"
     double batterie = 0.0;
-    int alim = 0;         // supply indicator
+    int alim = 0; // supply indicator
 };
 
 #endif // DONNEESUDP_H

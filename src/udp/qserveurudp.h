@@ -40,8 +40,7 @@ public:
             , current_rank(current_rank)
             , parent(parent)
             , donnee_entiere(donnee_entiere)
-        {
-        }
+        {}
 
         QDateTime dateheure;
         QString module;
@@ -111,7 +110,7 @@ private:
     QSqlDatabase connexionTache(const QString &nom, const QString &prefixeLog);
 
     mutable QMutex mutexDonneesUDP;
-    QList<DonneesUDP> lesDonneesUDP;        // last reading of each module, oldest first
+    QList<DonneesUDP> lesDonneesUDP; // last reading of each module, oldest first
 
     quint32 dateDernierRestartTunslip6 = 0;
     quint32 dateDernierResetBr = 0;
@@ -124,15 +123,15 @@ private:
     std::atomic<int> sock{-1};
     int inutilise = 0;
 
-    QMutex mutexDb;                        // the "hf" connection is shared by both threads
+    QMutex mutexDb; // the "hf" connection is shared by both threads
     QSqlDatabase db;
 
     QThread *threadReception = nullptr;
-    QList<QThread *> threadsCrees;         // kept so that the destructor can join them
+    QList<QThread *> threadsCrees; // kept so that the destructor can join them
     std::atomic<bool> arretReception{false};
 
     mutable QMutex mutexInfosTrame;
-    QList<_info_trame> LesInfosTrame;      // accepted frames, oldest first
+    QList<_info_trame> LesInfosTrame; // accepted frames, oldest first
 
     std::atomic<bool> log{false};
 };

@@ -14,10 +14,10 @@ BacASable::BacASable()
 {
     if (!dossier.isValid())
         return;
-    const QStringList dossiers = {QStringLiteral("racine/var/base"),
-                                  QStringLiteral("racine/var/log"), QStringLiteral("racine/root"),
-                                  QStringLiteral("racine/etc/init.d"),
-                                  QStringLiteral("racine/etc/scripts"), QStringLiteral("tmp")};
+    const QStringList dossiers = {
+        QStringLiteral("racine/var/base"),    QStringLiteral("racine/var/log"),
+        QStringLiteral("racine/root"),        QStringLiteral("racine/etc/init.d"),
+        QStringLiteral("racine/etc/scripts"), QStringLiteral("tmp")};
     for (const QString &d : dossiers)
         QDir(dossier.path()).mkpath(d);
     ecrireScript(QStringLiteral("/etc/init.d/tunslip6"), QString());
@@ -93,9 +93,9 @@ void BacASable::ecrireScript(const QString &absolu, const QString &corps) const
                      .arg(nom, journal, corps)
                      .toUtf8());
     script.close();
-    script.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                          QFileDevice::ExeOwner | QFileDevice::ReadGroup |
-                          QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther);
+    script.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+                          QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther |
+                          QFileDevice::ExeOther);
 }
 
 quint16 BacASable::portLibre()

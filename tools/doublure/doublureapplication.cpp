@@ -10,8 +10,8 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
-#include <QVariant>
 #include <QUuid>
+#include <QVariant>
 
 #include <cstring>
 
@@ -212,8 +212,8 @@ bool DoublureApplication::creerBaseAppareil(const QString &chemin, const QString
                 *erreur = base.lastError().text();
         } else {
             QSqlQuery requete(base);
-            ok = requete.exec(QStringLiteral("DROP TABLE IF EXISTS config_type_voie"))
-                 && requete.exec(QStringLiteral(
+            ok = requete.exec(QStringLiteral("DROP TABLE IF EXISTS config_type_voie")) &&
+                 requete.exec(QStringLiteral(
                      "CREATE TABLE config_type_voie (numero integer, nom varchar(100))"));
             for (int i = 0; ok && i < typesVoies.size(); ++i) {
                 requete.prepare(
