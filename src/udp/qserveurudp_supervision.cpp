@@ -172,8 +172,7 @@ void QServeurUdp::verifierSiBesoinRepairBr()
             chercherModulesSilencieux(infos, DELAI_RESET_BR, modulesResetBr);
         if (!candidats.estVide()) {
             ecrireLog(QStringLiteral("RESET BR : Modules concernés : %1 (>%2s)")
-                          .arg(candidats.texte())
-                          .arg(DELAI_RESET_BR),
+                          .arg(candidats.texte(), QString::number(DELAI_RESET_BR)),
                       true);
             executer(QStringLiteral("/etc/scripts/reset_br.sh"));
             dateDernierResetBr = maintenant();
@@ -193,8 +192,7 @@ void QServeurUdp::verifierSiBesoinRepairBr()
         return;
     }
     ecrireLog(QStringLiteral("REPAIR BR : Modules concernés : %1 (>%2s)")
-                  .arg(candidats.texte())
-                  .arg(DELAI_REPAIR_BR),
+                  .arg(candidats.texte(), QString::number(DELAI_REPAIR_BR)),
               true);
     executer(QStringLiteral("/etc/scripts/repair_br.sh"));
     dateDernierRepairBr = maintenant();
