@@ -12,13 +12,6 @@
 
 namespace {
 
-// Numbers in statements and log lines are written as QString::arg writes a
-// double ('g', default precision).
-QString nombre(double valeur)
-{
-    return QStringLiteral("%1").arg(valeur, 0, 'g', -1);
-}
-
 QString erreurSql(const QSqlError &erreur)
 {
     return QString::number(numeroErreur(erreur));
@@ -62,7 +55,7 @@ void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent,
                                       "date_changement_pile) values ('%1', '%2', '%3', %4, %5, "
                                       "%6, '%7', '%8')")
                            .arg(moduleSql, parentSql, typeSql, QString::number(rank), secondes,
-                                nombre(batterie), valeurSql, QString::number(-1)));
+                                texteDouble(batterie), valeurSql, QString::number(-1)));
             if (aEchoue(query))
                 ecrireLog(QStringLiteral("Erreur insertion modules : %1 : %2")
                               .arg(erreurSql(query.lastError()), query.lastError().text()));
@@ -73,7 +66,8 @@ void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent,
                                       "type='%3', rank=%4, batterie=%5, valeur='%6', alim='%7' "
                                       "where module='%8'")
                            .arg(secondes, parentSql, typeSql, QString::number(rank),
-                                nombre(batterie), valeurSql, QString::number(alim), moduleSql));
+                                texteDouble(batterie), valeurSql, QString::number(alim),
+                                moduleSql));
             if (aEchoue(query))
                 ecrireLog(QStringLiteral("Erreur update modules : %1  : %2")
                               .arg(erreurSql(query.lastError()), query.lastError().text()));
@@ -117,12 +111,12 @@ void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent,
     ecrireLog(QString(prefixe + QStringLiteral("parent %2")).arg(module, parent));
     Champs::ecrireTexte(gr.parent, gestion_radio::LARGEUR_PARENT, parent.toUtf8(),
                         gestion_radio::LARGEUR_PARENT);
-    ecrireLog(QString(prefixe + QStringLiteral("pile %2")).arg(module, nombre(batterie)));
+    ecrireLog(QString(prefixe + QStringLiteral("pile %2")).arg(module, texteDouble(batterie)));
     gr.pile = batterie;
     ecrireLog(QString(prefixe + QStringLiteral("rank %2")).arg(module, QString::number(rank)));
     gr.rank = rank;
-    ecrireLog(
-        QString(prefixe + QStringLiteral("current_rank %2")).arg(module, nombre(current_rank)));
+    ecrireLog(QString(prefixe + QStringLiteral("current_rank %2"))
+                  .arg(module, texteDouble(current_rank)));
     gr.current_rank = current_rank;
     ecrireLog(QString(prefixe + QStringLiteral("type %2")).arg(module, type));
     Champs::ecrireTexte(gr.type, gestion_radio::LARGEUR_TYPE, type.toUtf8(),
@@ -149,8 +143,8 @@ void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent,
         query.exec(QStringLiteral("insert into mesures_hf (module, dateheure_mesure_hf, parent, "
                                   "rank, batterie, valeur, alim) values ('%1', %2, '%3', '%4', "
                                   "'%5', '%6', '%7')")
-                       .arg(moduleSql, secondes, parentSql, QString::number(rank), nombre(batterie),
-                            valeurSql, QString::number(alim)));
+                       .arg(moduleSql, secondes, parentSql, QString::number(rank),
+                            texteDouble(batterie), valeurSql, QString::number(alim)));
         if (aEchoue(query))
             ecrireLog(QStringLiteral("Erreur insertion mesures_hf : %1 : %2")
                           .arg(erreurSql(query.lastError()), query.lastError().text()));

@@ -20,13 +20,6 @@ const qint64 ECART_MAXIMUM_A_L_HEURE = 63;
 const double UNITE_RANK = 13.0;
 const double POIDS_RANK = 0.2;
 
-// A double as QString::arg(double) writes it (format 'g', default precision),
-// for the texts that also carry an address, substituted in one pass.
-QString texteDouble(double valeur)
-{
-    return QStringLiteral("%1").arg(valeur);
-}
-
 // Frame times come from the clock of the moment: a clock set late would give
 // gaps of years, whose count must not overflow.
 int bornerEntier(double valeur)

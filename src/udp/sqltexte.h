@@ -26,4 +26,11 @@ inline int numeroErreur(const QSqlError &erreur)
     return code.isEmpty() ? -1 : code.toInt();
 }
 
+// A double as QString::arg(double) writes it (format 'g', default
+// precision), to be substituted in one pass with texts that may hold "%1".
+inline QString texteDouble(double valeur)
+{
+    return QStringLiteral("%1").arg(valeur);
+}
+
 #endif // SQLTEXTE_H
