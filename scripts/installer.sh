@@ -3,7 +3,8 @@
 # need and the machine lacks. Nothing is installed when everything is there.
 set -euo pipefail
 
-paquets=(cmake make g++ qtbase5-dev libqt5sql5-sqlite procps iproute2 faketime sqlite3 "$@")
+paquets=(cmake make g++ qtbase5-dev libqt5sql5-sqlite procps iproute2 faketime sqlite3
+         libsqlite3-dev "$@")
 
 manquants=()
 for paquet in "${paquets[@]}"; do
