@@ -13,6 +13,9 @@
 #include <QUdpSocket>
 #include <QtTest>
 
+#include <atomic>
+#include <thread>
+
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -234,6 +237,53 @@ private slots:
         QCOMPARE(zone().mid(VALEUR, 50), QByteArray(valeur.toUtf8().left(49) + '\0'));
         QCOMPARE(lignes(base(), "select valeur from mesures_hf where module = '73'"),
                  valeur + '\n' + valeur);
+    }
+
+    // The cycle's readers, statistics and purges run in the main thread while
+    // the reception thread stores frames: every frame lands once (the thread
+    // sanitizer build runs this with the readers racing the writer).
+    void lecturesPendantLaReception()
+    {
+        constexpr int modules = 20, tours = 15;
+        const auto miennes = [this] {
+            int n = 0;
+            for (const QServeurUdp::_info_trame &info : serveur->copieInfosTrame())
+                n += info.module.startsWith("concurrent");
+            return n;
+        };
+        const quint16 port = serveur->portLie();
+        QVERIFY(port != 0);
+        // One round at a time, so that the socket's buffer never overflows.
+        std::atomic<int> vues{0};
+        std::atomic<bool> fini{false};
+        std::thread emetteur([&] {
+            QUdpSocket socket;
+            for (int tour = 0; tour < tours && !fini; ++tour) {
+                for (int m = 0; m < modules; ++m)
+                    socket.writeDatagram(
+                        QString("Aconcurrent%1:0:10:%2").arg(m).arg(tour * 10).toUtf8(),
+                        QHostAddress::LocalHostIPv6, port);
+                while (vues < (tour + 1) * modules && !fini)
+                    std::this_thread::yield();
+            }
+        });
+        QElapsedTimer delai;
+        delai.start();
+        while (vues < modules * tours && delai.elapsed() < 60000) {
+            serveur->copieDonneesUDP();
+            serveur->calculerTauxInfosTrames();
+            serveur->supprimerAnciennesInfosTrames();
+            serveur->supprimerAnciennesMesures();
+            serveur->supprimerAnciensTaux();
+            vues = miennes();
+        }
+        fini = true;
+        emetteur.join();
+        QCOMPARE(miennes(), modules * tours);
+        QCOMPARE(lignes(base(),
+                        "select count(*), count(distinct module), max(cast(valeur as real)) "
+                        "from mesures_hf where module like 'concurrent%'"),
+                 QString("%1|%2|%3").arg(modules * tours).arg(modules).arg(tours - 1));
     }
 
     void socketEchecsReceptionEtReouverture()

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 // The segments belong to the main application: they are only attached here,
 // never created, and never locked (the main application does not lock them
@@ -17,6 +18,11 @@ const char *const fonctions_bases::CLE_ZONE_HF = "Zone_HF";
 namespace {
 
 const int TAILLE_MODULE = static_cast<int>(sizeof(gestion_radio));
+
+// Within this process the reception thread writes records while the cycle
+// writes rates and takes copies of the table: their accesses to the segment
+// take turns here. Nothing is locked for the main application.
+std::mutex mutexZoneHF;
 
 // Slots that the attached segment really holds: the main application makes it
 // at least 100 records long; a shorter one is never read past its end.
@@ -51,6 +57,7 @@ void fonctions_bases::setModule(gestion_radio gr)
     const QByteArray numero = gr.numeroOctets();
     const int n = nbSlots(zone);
     int libre = -1;
+    std::lock_guard<std::mutex> verrou(mutexZoneHF);
     // A module keeps its slot, even when it was removed (present 0) or when
     // free slots lie before it; a new module takes the lowest free slot.
     for (int i = 0; i < n; ++i) {
@@ -77,6 +84,7 @@ void fonctions_bases::setModuleTaux(QString adresse, double taux_reception, doub
         return;
     }
     const int n = nbSlots(zone);
+    std::lock_guard<std::mutex> verrou(mutexZoneHF);
     for (int i = 0; i < n; ++i) {
         if (lireSlot(zone, i).numeroTexte() != adresse)
             continue;
@@ -94,6 +102,7 @@ les_modules_radio *fonctions_bases::getLesModulesRadio()
         return nullptr;
     auto *copie = static_cast<les_modules_radio *>(std::malloc(sizeof(les_modules_radio)));
     if (copie) {
+        std::lock_guard<std::mutex> verrou(mutexZoneHF);
         const size_t taille = static_cast<size_t>(nbSlots(zone) * TAILLE_MODULE);
         std::memcpy(copie, zone.constData(), taille);
         std::memset(reinterpret_cast<char *>(copie) + taille, 0,

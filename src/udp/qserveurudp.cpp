@@ -1,10 +1,10 @@
 #include "udp/qserveurudp.h"
 
+#include "commun/analysefils.h"
 #include "commun/environnement.h"
 #include "commun/horloge.h"
 
 #include <QDebug>
-#include <QMutexLocker>
 #include <QThread>
 
 #include <sys/socket.h>
@@ -39,6 +39,7 @@ QServeurUdp::~QServeurUdp()
     for (QThread *thread : qAsConst(threadsCrees)) {
         thread->quit();
         thread->wait();
+        AnalyseFils::apresJoin(this);
         delete thread;
     }
 }
@@ -63,20 +64,33 @@ void QServeurUdp::setLog()
     log.store(true);
 }
 
+namespace {
+// A copy with a list block of its own, made under the caller's lock. A shared
+// block would be released by the reader outside the lock, and Qt checks the
+// sharing without a memory barrier before the reception thread grows the list
+// in place.
+template <typename T> QList<T> copieDetachee(const QList<T> &liste)
+{
+    QList<T> copie = liste;
+    copie.detach();
+    return copie;
+}
+} // namespace
+
 QList<DonneesUDP> QServeurUdp::copieDonneesUDP() const
 {
-    QMutexLocker verrou(&mutexDonneesUDP);
-    return lesDonneesUDP;
+    std::lock_guard<std::mutex> verrou(mutexDonneesUDP);
+    return copieDetachee(lesDonneesUDP);
 }
 
 QList<QServeurUdp::_info_trame> QServeurUdp::copieInfosTrame() const
 {
-    QMutexLocker verrou(&mutexInfosTrame);
-    return LesInfosTrame;
+    std::lock_guard<std::mutex> verrou(mutexInfosTrame);
+    return copieDetachee(LesInfosTrame);
 }
 
 void QServeurUdp::ajouterInfoTrame(const _info_trame &info)
 {
-    QMutexLocker verrou(&mutexInfosTrame);
+    std::lock_guard<std::mutex> verrou(mutexInfosTrame);
     LesInfosTrame.append(info);
 }

@@ -6,13 +6,13 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QList>
-#include <QMutex>
 #include <QObject>
 #include <QSqlDatabase>
 #include <QString>
 #include <QStringList>
 
 #include <atomic>
+#include <mutex>
 
 class QThread;
 
@@ -109,7 +109,9 @@ private:
     // The radio database connection of one task, by the per-task name rule.
     QSqlDatabase connexionTache(const QString &nom, const QString &prefixeLog);
 
-    mutable QMutex mutexDonneesUDP;
+    // Standard mutexes rather than QMutex: they lock through pthreads, which
+    // the thread sanitizer sees, where Qt's futex-based ones stay invisible.
+    mutable std::mutex mutexDonneesUDP;
     QList<DonneesUDP> lesDonneesUDP; // last reading of each module, oldest first
 
     quint32 dateDernierRestartTunslip6 = 0;
@@ -123,14 +125,14 @@ private:
     std::atomic<int> sock{-1};
     int inutilise = 0;
 
-    QMutex mutexDb; // the "hf" connection is shared by both threads
+    std::mutex mutexDb; // the "hf" connection is shared by both threads
     QSqlDatabase db;
 
     QThread *threadReception = nullptr;
     QList<QThread *> threadsCrees; // kept so that the destructor can join them
     std::atomic<bool> arretReception{false};
 
-    mutable QMutex mutexInfosTrame;
+    mutable std::mutex mutexInfosTrame;
     QList<_info_trame> LesInfosTrame; // accepted frames, oldest first
 
     std::atomic<bool> log{false};

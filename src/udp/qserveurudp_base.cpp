@@ -4,7 +4,6 @@
 #include "udp/sqltexte.h"
 
 #include <QFile>
-#include <QMutexLocker>
 #include <QSqlError>
 #include <QSqlQuery>
 
@@ -18,7 +17,7 @@ void QServeurUdp::creerBD()
 {
     {
         // The reception thread may already be using "hf" for a frame.
-        QMutexLocker verrou(&mutexDb);
+        std::lock_guard<std::mutex> verrou(mutexDb);
         if (!QSqlDatabase::contains(CONNEXION_HF)) {
             db = QSqlDatabase::addDatabase(PILOTE, CONNEXION_HF);
             db.setDatabaseName(Environnement::chemin(CHEMIN_FICHIER_DB));
@@ -81,7 +80,7 @@ void QServeurUdp::setModuleBD(QString module, int date_changement_pile, bool pre
     if (QSqlDatabase::contains(CONNEXION_HF_SET)) {
         dbSet = QSqlDatabase::database(CONNEXION_HF_SET, true);
     } else {
-        QMutexLocker verrou(&mutexDb);
+        std::lock_guard<std::mutex> verrou(mutexDb);
         dbSet = QSqlDatabase::cloneDatabase(db, CONNEXION_HF_SET);
     }
     dbSet.open();

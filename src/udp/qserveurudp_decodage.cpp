@@ -3,8 +3,6 @@
 #include "commun/horloge.h"
 #include "udp/decodeurtrame.h"
 
-#include <QMutexLocker>
-
 void QServeurUdp::traiterDatagram(QByteArray datagramme)
 {
     const QDateTime dateheure = Horloge::maintenant();
@@ -23,7 +21,7 @@ void QServeurUdp::traiterDatagram(QByteArray datagramme)
         {
             // The acquisition cycle copies this list while frames arrive: it
             // must see either the old reading of the module or the new one.
-            QMutexLocker verrou(&mutexDonneesUDP);
+            std::lock_guard<std::mutex> verrou(mutexDonneesUDP);
             for (int i = lesDonneesUDP.size() - 1; i >= 0; --i) {
                 if (lesDonneesUDP.at(i).module == donnees.module)
                     lesDonneesUDP.removeAt(i);

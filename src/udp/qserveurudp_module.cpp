@@ -4,7 +4,6 @@
 #include "udp/arbremodules.h"
 #include "udp/sqltexte.h"
 
-#include <QMutexLocker>
 #include <QSqlError>
 #include <QSqlQuery>
 
@@ -37,7 +36,7 @@ void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent,
     const QString valeurSql = texteSql(valeur);
 
     // "hf" is shared with the purges of the acquisition cycle.
-    QMutexLocker verrou(&mutexDb);
+    std::lock_guard<std::mutex> verrou(mutexDb);
     ecrireLog(QStringLiteral("setModule début traitement classique"));
     db.open();
     {
@@ -88,7 +87,7 @@ void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent,
     ajouterInfoTrame(_info_trame(dateheure, module, current_rank, parent, arbre.nbEnfants(module)));
     int tailleInfos = 0;
     {
-        QMutexLocker verrouInfos(&mutexInfosTrame);
+        std::lock_guard<std::mutex> verrouInfos(mutexInfosTrame);
         tailleInfos = LesInfosTrame.size();
     }
     ecrireLog(QStringLiteral("LesInfosTrame.size() = %1").arg(tailleInfos));

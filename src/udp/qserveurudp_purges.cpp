@@ -3,7 +3,6 @@
 #include "commun/horloge.h"
 #include "udp/sqltexte.h"
 
-#include <QMutexLocker>
 #include <QSqlError>
 #include <QSqlQuery>
 
@@ -49,7 +48,7 @@ void QServeurUdp::supprimerAnciensModules()
     ecrireLog(QStringLiteral("début supprimerAnciensModules"));
     if (dureeConservationModules > 0) {
         // "hf" is also the connection of the reception thread's module update.
-        QMutexLocker verrou(&mutexDb);
+        std::lock_guard<std::mutex> verrou(mutexDb);
         db.open();
         {
             QSqlQuery query(db);

@@ -1,5 +1,6 @@
 #include "udp/qserveurudp.h"
 
+#include "commun/analysefils.h"
 #include "commun/environnement.h"
 
 #include <QThread>
@@ -132,6 +133,7 @@ void QServeurUdp::processPendingDatagrams()
     // its event loop. Never the main thread, should someone call the slot there.
     if (QThread::currentThread() != thread())
         QThread::currentThread()->quit();
+    AnalyseFils::finFil(this);
 }
 
 quint16 QServeurUdp::portLie() const

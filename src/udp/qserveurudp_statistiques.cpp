@@ -4,7 +4,6 @@
 #include "radio/fonctions_bases.h"
 #include "udp/sqltexte.h"
 
-#include <QMutexLocker>
 #include <QSqlError>
 #include <QSqlQuery>
 
@@ -130,7 +129,7 @@ void QServeurUdp::enregistrerTaux()
 
 void QServeurUdp::supprimerAnciennesInfosTrames()
 {
-    QMutexLocker verrou(&mutexInfosTrame);
+    std::lock_guard<std::mutex> verrou(mutexInfosTrame);
     ecrireLog(QStringLiteral("début supprimerAnciennesInfosTrames (taille=%1)")
                   .arg(LesInfosTrame.size()));
     // The whole list is visited, newest first: the list is kept in arrival

@@ -5,7 +5,6 @@
 #include "udp/qserveurudp.h"
 
 #include <QDebug>
-#include <QMutexLocker>
 
 ThreadSaveModule::ThreadSaveModule(QServeurUdp *serveur)
     : QThread(nullptr)
@@ -27,13 +26,13 @@ void ThreadSaveModule::ajouterModule(DonneesUDP *donnees)
 
 void ThreadSaveModule::mettreEnFile(DonneesUDP *donnees)
 {
-    QMutexLocker verrou(&mutexFile);
+    std::lock_guard<std::mutex> verrou(mutexFile);
     lesDonnees.append(donnees);
 }
 
 int ThreadSaveModule::tailleFile() const
 {
-    QMutexLocker verrou(&mutexFile);
+    std::lock_guard<std::mutex> verrou(mutexFile);
     return lesDonnees.size();
 }
 
@@ -41,7 +40,7 @@ int ThreadSaveModule::traiterFile()
 {
     QList<DonneesUDP *> instantane;
     {
-        QMutexLocker verrou(&mutexFile);
+        std::lock_guard<std::mutex> verrou(mutexFile);
         instantane = lesDonnees;
     }
     // The queue is not held while the readings are applied: a frame may take
@@ -52,7 +51,7 @@ int ThreadSaveModule::traiterFile()
             appliquer(*donnees);
         traitees.append(donnees);
     }
-    QMutexLocker verrou(&mutexFile);
+    std::lock_guard<std::mutex> verrou(mutexFile);
     for (DonneesUDP *donnees : qAsConst(traitees)) {
         const int j = lesDonnees.indexOf(donnees);
         if (j < 0)

@@ -4,8 +4,9 @@
 #include "udp/donneesudp.h"
 
 #include <QList>
-#include <QMutex>
 #include <QThread>
+
+#include <mutex>
 
 class QServeurUdp;
 
@@ -43,7 +44,7 @@ private:
 
     QServeurUdp *serveur = nullptr;
     // A producer and this thread both touch the queue.
-    mutable QMutex mutexFile;
+    mutable std::mutex mutexFile;
     QList<DonneesUDP *> lesDonnees;
 };
 

@@ -2,15 +2,17 @@
 
 #include <QtGlobal>
 
+#include <mutex>
+
 namespace {
-QMutex mutexCapture;
+std::mutex mutexCapture;
 QStringList capturees;
 QtMessageHandler precedent = nullptr;
 
 void capturer(QtMsgType type, const QMessageLogContext &contexte, const QString &message)
 {
     {
-        QMutexLocker verrou(&mutexCapture);
+        std::lock_guard<std::mutex> verrou(mutexCapture);
         capturees.append(message);
     }
     if (type == QtFatalMsg && precedent)
@@ -31,13 +33,16 @@ CaptureLog::~CaptureLog()
 
 QStringList CaptureLog::lignes() const
 {
-    QMutexLocker verrou(&mutexCapture);
-    return capturees;
+    std::lock_guard<std::mutex> verrou(mutexCapture);
+    // A block of its own: the logging threads append to the shared one.
+    QStringList copie = capturees;
+    copie.detach();
+    return copie;
 }
 
 void CaptureLog::vider()
 {
-    QMutexLocker verrou(&mutexCapture);
+    std::lock_guard<std::mutex> verrou(mutexCapture);
     capturees.clear();
 }
 

@@ -1,7 +1,6 @@
 #ifndef CAPTURELOG_H
 #define CAPTURELOG_H
 
-#include <QMutex>
 #include <QString>
 #include <QStringList>
 
