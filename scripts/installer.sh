@@ -4,7 +4,7 @@
 set -euo pipefail
 
 paquets=(cmake make g++ qtbase5-dev libqt5sql5-sqlite procps iproute2 faketime sqlite3
-         libsqlite3-dev "$@")
+         libsqlite3-dev dpkg-dev file logrotate "$@")
 
 manquants=()
 for paquet in "${paquets[@]}"; do
@@ -21,5 +21,7 @@ if [ "$(id -u)" -ne 0 ]; then
     sudo=sudo
 fi
 export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update
+# A list that cannot be had (a mirror mid-sync, say) must not stop the
+# install when the packages themselves are in the lists already read.
+$sudo apt-get update || echo "apt-get update failed; installing from the lists at hand" >&2
 $sudo apt-get install -y --no-install-recommends "${manquants[@]}"
