@@ -1,0 +1,115 @@
+# Debian package of the daemon, for the appliance:
+#   scripts/paquet.sh, or: cmake --build <build> && (cd <build> && cpack -G DEB)
+# It holds /usr/bin/acquisitionradio (and every other program installed to
+# bin), its init script, /etc/default and logrotate files, and the /var/base
+# directory of the databases.
+
+set(ACQUISITIONRADIO_MAINTENEUR "iTessalin radio acquisition <acquisition@itessalin.invalid>"
+    CACHE STRING "Maintainer field of the Debian package")
+set(ACQUISITIONRADIO_ARCHITECTURE_DEB "" CACHE STRING
+    "Debian architecture of the package (empty: the target processor's, or dpkg's for a native build)")
+
+# The architecture is the target's: a cross build for the ARM board gives armhf
+# whatever the build machine is.
+if(ACQUISITIONRADIO_ARCHITECTURE_DEB)
+    set(_architecture_deb ${ACQUISITIONRADIO_ARCHITECTURE_DEB})
+elseif(CMAKE_CROSSCOMPILING)
+    string(TOLOWER "${CMAKE_SYSTEM_PROCESSOR}" _processeur)
+    if(_processeur MATCHES "^(arm|armv7.*|armhf)$")
+        set(_architecture_deb armhf)
+    elseif(_processeur MATCHES "^(aarch64|arm64)$")
+        set(_architecture_deb arm64)
+    elseif(_processeur MATCHES "^(x86_64|amd64)$")
+        set(_architecture_deb amd64)
+    elseif(_processeur MATCHES "^i.86$")
+        set(_architecture_deb i386)
+    else()
+        message(WARNING "No Debian architecture known for the processor '${CMAKE_SYSTEM_PROCESSOR}': "
+                        "set ACQUISITIONRADIO_ARCHITECTURE_DEB.")
+        set(_architecture_deb ${_processeur})
+    endif()
+else()
+    find_program(ACQUISITIONRADIO_DPKG dpkg)
+    if(ACQUISITIONRADIO_DPKG)
+        execute_process(COMMAND ${ACQUISITIONRADIO_DPKG} --print-architecture
+                        OUTPUT_VARIABLE _architecture_deb OUTPUT_STRIP_TRAILING_WHITESPACE
+                        ERROR_QUIET)
+    endif()
+endif()
+
+# dpkg-shlibdeps reads the libraries' own package data, which a native build has;
+# a cross build against an unpacked root does not, so it lists them itself.
+find_program(ACQUISITIONRADIO_DPKG_SHLIBDEPS dpkg-shlibdeps)
+if(ACQUISITIONRADIO_DPKG_SHLIBDEPS AND NOT CMAKE_CROSSCOMPILING)
+    set(_shlibdeps_defaut ON)
+else()
+    set(_shlibdeps_defaut OFF)
+endif()
+option(ACQUISITIONRADIO_PAQUET_SHLIBDEPS
+       "Compute the package's library dependencies with dpkg-shlibdeps" ${_shlibdeps_defaut})
+
+# The SQLite driver is a Qt plugin loaded by name at run time: no linker, and so
+# no dpkg-shlibdeps, can see it. The init script's functions come from
+# sysvinit-utils on Debian 12 and from lsb-base before.
+set(_dependances "libqt5sql5-sqlite (>= 5.15)"
+                 "sysvinit-utils (>= 3.05-4~) | lsb-base (>= 3.0-6)")
+if(NOT ACQUISITIONRADIO_PAQUET_SHLIBDEPS)
+    list(PREPEND _dependances libc6 libgcc-s1 libstdc++6 "libqt5core5a (>= 5.15)"
+                 "libqt5sql5 (>= 5.15)")
+    # The technician's inspector, installed beside the daemon, reads the UDP
+    # socket's counters through Qt Network.
+    if(TARGET inspecteur)
+        list(APPEND _dependances "libqt5network5 (>= 5.15)")
+    endif()
+endif()
+list(JOIN _dependances ", " _dependances)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME acquisitionradio)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "${ACQUISITIONRADIO_MAINTENEUR}")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "radio acquisition service of the iTessalin data logger")
+# One line each in the control file, as dpkg shows them.
+string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
+    "Headless daemon that receives the UDP frames of the 6LoWPAN radio sensor"
+    "modules through the border router's tunslip6 tunnel, keeps the modules'"
+    "state in /var/base/hf.db and in shared memory, supervises the border"
+    "router, and publishes each configured radio channel's value to the main"
+    "application. Started at boot by /etc/init.d/acquisitionradio with the"
+    "options of /etc/default/acquisitionradio.")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+if(_architecture_deb)
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${_architecture_deb})
+endif()
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ${ACQUISITIONRADIO_PAQUET_SHLIBDEPS})
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "${_dependances}")
+# ps gives the connection log its memory figure; logrotate keeps the logs small.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "procps, logrotate")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/packaging/debian/conffiles
+    ${PROJECT_SOURCE_DIR}/packaging/debian/postinst
+    ${PROJECT_SOURCE_DIR}/packaging/debian/prerm
+    ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_SOURCE_GENERATOR TGZ)
+set(CPACK_SOURCE_IGNORE_FILES "/\\\\.git/" "/build[^/]*/" "/demo/")
+
+# cpack packages what is built and compiles nothing: it also runs inside the
+# test suite, beside test programs that a rebuild would replace under them.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+
+# The appliance's absolute paths; the daemon itself goes to <prefix>/bin, /usr/bin
+# in the package.
+set(_emballage ${PROJECT_SOURCE_DIR}/packaging)
+install(PROGRAMS ${_emballage}/acquisitionradio.init DESTINATION /etc/init.d
+        RENAME acquisitionradio)
+install(FILES ${_emballage}/acquisitionradio.default DESTINATION /etc/default
+        RENAME acquisitionradio)
+install(FILES ${_emballage}/acquisitionradio.logrotate DESTINATION /etc/logrotate.d
+        RENAME acquisitionradio)
+install(DIRECTORY DESTINATION /var/base)
+
+include(CPack)
