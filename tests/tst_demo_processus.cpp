@@ -84,6 +84,10 @@ private slots:
         const QString base = bac.chemin("/var/base/hf.db");
         const QString sql = "select date_changement_pile from modules where module = '00000098'";
         QTRY_COMPARE_WITH_TIMEOUT(requete(base, sql), QStringList{"-1"}, 20000);
+        // Its Zone_HF record is written after that row and before its measure.
+        QTRY_COMPARE_WITH_TIMEOUT(
+            requete(base, "select count(*) from mesures_hf where module = '00000098'"),
+            QStringList{"1"}, 20000);
         appareil.write("pile 00000098 1700000123\nenregistrer\n");
         QTRY_VERIFY_WITH_TIMEOUT(sortie.contains("save request raised"), 20000);
         QTRY_COMPARE_WITH_TIMEOUT(octets(demande)[80], uchar(0), 20000);
