@@ -1,0 +1,208 @@
+// inspecteur: what the radio acquisition service sees and keeps, for the
+// people who service the appliance (see --help). It only reads: segments are
+// attached read-only and databases opened read-only.
+
+#include "arbreradio.h"
+#include "compteurudp.h"
+#include "lecturezones.h"
+#include "miseenforme.h"
+#include "rapport.h"
+#include "rapportzones.h"
+#include "rendusvg.h"
+#include "resumebase.h"
+#include "tablemodules.h"
+
+#include "commun/environnement.h"
+#include "commun/horloge.h"
+#include "radio/fonctions_bases.h"
+#include "udp/qserveurudp.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+
+#include <cstdio>
+
+namespace {
+
+enum CodeSortie {
+    TOUT_LU = 0,
+    LIGNE_DE_COMMANDE = 1,
+    SOURCE_ABSENTE = 2,
+    SVG_IMPOSSIBLE = 3,
+};
+
+const char *const DESCRIPTION =
+    "Shows what the radio acquisition service sees and keeps, without changing anything:\n"
+    "segments are attached read-only, databases opened read-only, and a missing file is\n"
+    "never created.\n"
+    "\n"
+    "Commands (default: tout):\n"
+    "  table   the module table Zone_HF, one line per used slot: address, parent, present\n"
+    "          byte, frame type, value, battery, hops, rank, rank step, reception and usage\n"
+    "          rates (-: not computed yet), age of the last frame, state\n"
+    "  arbre   the radio tree as indented text; with --dot as Graphviz DOT on standard\n"
+    "          output; with --svg FILE drawn by Graphviz 'dot' when it is installed.\n"
+    "          Each module shows its hops, rank step and reception rate\n"
+    "  zones   Demande_enreg (save request, heartbeat), Config_iTessalin (border-router\n"
+    "          address), Config_Voies_iTessalin (each configured channel) and the values\n"
+    "          published in Etat_iTessalin\n"
+    "  base    the radio database hf.db: rows per table, last frame per module, reception\n"
+    "          rates of the last 24 hours\n"
+    "  udp     the kernel's drop counter and queue of the service's UDP socket\n"
+    "          (/proc/net/udp6)\n"
+    "  tout    all of the above\n"
+    "\n"
+    "A module is silent when its last frame is more than 360 s old: past that age the\n"
+    "service's border-router supervision names it in a repair (and past 660 s in a reset).\n"
+    "\n"
+    "Like the service: ACQUISITIONRADIO_RACINE is put in front of every file path\n"
+    "(var/base/hf.db, var/base/itessalin.db, root/br_itessalin.txt), ACQUISITIONRADIO_PORT\n"
+    "replaces the port 5042, and the segments are found under TMPDIR.\n"
+    "\n"
+    "Exit status: 0 everything was read; 1 bad command line; 2 a segment, the database or\n"
+    "the socket is missing (one line each on standard error, the rest is still shown);\n"
+    "3 the SVG drawing could not be made.";
+
+void ecrire(FILE *flux, const QString &texte)
+{
+    std::fputs(texte.toUtf8().constData(), flux);
+    std::fflush(flux);
+}
+
+int terminer(const Rapport &r)
+{
+    ecrire(stdout, r.texte);
+    QStringList absences = r.absences;
+    absences.removeDuplicates(); // the table and the tree both read Zone_HF
+    for (const QString &ligne : qAsConst(absences))
+        ecrire(stderr, QStringLiteral("inspecteur: ") + ligne + QLatin1Char('\n'));
+    return r.absences.isEmpty() ? TOUT_LU : SOURCE_ABSENTE;
+}
+
+QString absenceZoneHF()
+{
+    return LectureZones::absence(QLatin1String(fonctions_bases::CLE_ZONE_HF));
+}
+
+Rapport arbreTexte(quint32 maintenant)
+{
+    Rapport r;
+    const LectureZones::TableModules table = LectureZones::tableModules();
+    if (table)
+        r.texte = ArbreRadio(table.get(), maintenant).texte();
+    else
+        r.absent(absenceZoneHF());
+    return r;
+}
+
+int arbreDessine(quint32 maintenant, bool dot, const QString &svg)
+{
+    const LectureZones::TableModules table = LectureZones::tableModules();
+    if (!table) {
+        // Nothing on standard output: it may be piped into dot.
+        Rapport r;
+        r.absences.append(absenceZoneHF());
+        return terminer(r);
+    }
+    const QString graphe = ArbreRadio(table.get(), maintenant).dot();
+    if (dot)
+        ecrire(stdout, graphe);
+    if (svg.isEmpty())
+        return TOUT_LU;
+    QString erreur;
+    if (!RenduSvg::rendre(graphe.toUtf8(), svg, &erreur)) {
+        ecrire(stderr, QStringLiteral("inspecteur: ") + erreur + QLatin1Char('\n'));
+        return SVG_IMPOSSIBLE;
+    }
+    return TOUT_LU;
+}
+
+QString entete(quint32 maintenant, quint16 port)
+{
+    const QString racine = Environnement::racine();
+    return QStringLiteral("acquisitionradio inspector - %1 - root %2 - segments under %3 - "
+                          "port %4\n")
+        .arg(MiseEnForme::date(maintenant), racine.isEmpty() ? QStringLiteral("/") : racine,
+             QDir::tempPath())
+        .arg(port);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("inspecteur"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QString::fromUtf8(DESCRIPTION));
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("commande"),
+                                 QStringLiteral("table, arbre, zones, base, udp or tout."),
+                                 QStringLiteral("[commande]"));
+    const QCommandLineOption optionDot(QStringLiteral("dot"),
+                                       QStringLiteral("arbre: print the tree as Graphviz DOT."));
+    const QCommandLineOption optionSvg(
+        QStringLiteral("svg"),
+        QStringLiteral("arbre: draw the tree into this SVG file (needs dot)."),
+        QStringLiteral("file"));
+    const QCommandLineOption optionMaintenant(
+        QStringLiteral("maintenant"),
+        QStringLiteral("Take these Unix seconds as now for ages, silence and the 24 h window "
+                       "(for data saved earlier, and for tests)."),
+        QStringLiteral("seconds"));
+    parser.addOptions({optionDot, optionSvg, optionMaintenant});
+    if (!parser.parse(QCoreApplication::arguments())) {
+        ecrire(stderr, QStringLiteral("inspecteur: %1 (see --help)\n").arg(parser.errorText()));
+        return LIGNE_DE_COMMANDE;
+    }
+    if (parser.isSet(QStringLiteral("help"))) {
+        ecrire(stdout, parser.helpText());
+        return TOUT_LU;
+    }
+
+    const QStringList positionnels = parser.positionalArguments();
+    const QString commande = positionnels.value(0, QStringLiteral("tout"));
+    const QStringList commandes = {QStringLiteral("table"), QStringLiteral("arbre"),
+                                   QStringLiteral("zones"), QStringLiteral("base"),
+                                   QStringLiteral("udp"),   QStringLiteral("tout")};
+    const bool dessin = parser.isSet(optionDot) || parser.isSet(optionSvg);
+    if (positionnels.size() > 1 || !commandes.contains(commande) ||
+        (dessin && commande != QLatin1String("arbre"))) {
+        ecrire(stderr, QStringLiteral("inspecteur: usage: inspecteur [table|arbre [--dot] [--svg "
+                                      "FILE]|zones|base|udp|tout] (see --help)\n"));
+        return LIGNE_DE_COMMANDE;
+    }
+    if (parser.isSet(optionMaintenant)) {
+        bool ok = false;
+        const qint64 secondes = parser.value(optionMaintenant).toLongLong(&ok);
+        if (!ok || secondes < 0 || secondes > 0xFFFFFFFFLL) {
+            ecrire(stderr, QStringLiteral("inspecteur: --maintenant takes Unix seconds\n"));
+            return LIGNE_DE_COMMANDE;
+        }
+        Horloge::figer(QDateTime::fromSecsSinceEpoch(secondes));
+    }
+    const quint32 maintenant = Horloge::maintenantSecondes();
+    const quint16 port = Environnement::portLiaison(QServeurUdp::PORT_DEFAUT);
+
+    if (dessin)
+        return arbreDessine(maintenant, parser.isSet(optionDot), parser.value(optionSvg));
+
+    Rapport r;
+    r.texte = entete(maintenant, port);
+    const bool tout = commande == QLatin1String("tout");
+    // Each source is read only when its section is asked for.
+    const auto section = [&](const QString &nom, auto produire) {
+        if (!tout && commande != nom)
+            return;
+        r.texte += QLatin1Char('\n');
+        r.ajouter(produire());
+    };
+    section(QStringLiteral("table"), [&] { return TableModules::rendre(maintenant); });
+    section(QStringLiteral("arbre"), [&] { return arbreTexte(maintenant); });
+    section(QStringLiteral("zones"), [] { return RapportZones::rendre(); });
+    section(QStringLiteral("base"), [&] { return ResumeBase::rendre(maintenant); });
+    section(QStringLiteral("udp"), [&] { return CompteurUdp::rendre(port); });
+    return terminer(r);
+}
