@@ -38,8 +38,13 @@ for etape in "${etapes[@]}"; do
         cmake --build build-fuzz -j"$jobs" --target fuzz_trame
         # libFuzzer adds what it finds to its first corpus directory: a copy.
         rm -rf build-fuzz/corpus && cp -r fuzz/corpus build-fuzz/corpus
-        build-fuzz/fuzz/fuzz_trame -max_total_time="${FUZZ_SECONDES:-60}" -max_len=1100 \
-            -print_final_stats=1 build-fuzz/corpus
+        # Its running commentary goes to a file; a failure shows it whole.
+        if ! build-fuzz/fuzz/fuzz_trame -max_total_time="${FUZZ_SECONDES:-60}" -max_len=1100 \
+            -print_final_stats=1 build-fuzz/corpus >build-fuzz/fuzz.log 2>&1; then
+            cat build-fuzz/fuzz.log
+            exit 1
+        fi
+        grep -E '^(Done|stat::)' build-fuzz/fuzz.log
         ;;
     *)
         echo "unknown step: $etape (asan, tsan or fuzz)" >&2
