@@ -195,31 +195,6 @@ private slots:
         QCOMPARE(apres(3599).size(), 2);
         QCOMPARE(apres(1).last(), QString::number(t - 86400 + 3600));
     }
-
-    void zoneAbsente_data()
-    {
-        QTest::addColumn<QString>("zone");
-        for (const char *zone :
-             {"Demande_enreg", "Config_Voies_iTessalin", "Config_iTessalin", "Etat_iTessalin"})
-            QTest::newRow(zone) << QString(zone);
-    }
-    void zoneAbsente()
-    {
-        QFETCH(QString, zone);
-        appli->ecrireVoie(1, RADIO, "0011", 0, 0.0);
-        appli->detruireZone(zone);
-        cycle();
-        const bool configuration = zone.startsWith("Config");
-        QCOMPARE(lignes.contains("recuperer_mesures : acquisitionRADIO_fonctionne = true"),
-                 zone != "Demande_enreg");
-        QCOMPARE(lignes.contains("recuperer_mesures : Impossible d'ouvrir QSharedMemory "
-                                 "Config_Voies_iTessalin"),
-                 configuration);
-        QCOMPARE(acq->lesConnexions().contains(1), !configuration);
-        if (zone != "Etat_iTessalin")
-            QCOMPARE(appli->mesure(1), configuration ? 0.0 : 21.5);
-        QCOMPARE(lignes.contains("Adresse du BR lu : "), zone == "Etat_iTessalin"); // no file
-    }
 };
 
 QTEST_GUILESS_MAIN(TestCycle)
