@@ -1,49 +1,19 @@
-// The daemon seen from outside while the world around it fails: the main
-// application's segments missing at start or recreated by its restart, the
-// border-router address file arriving late, and the init and border-router
-// scripts missing, failing or slow.
+// The daemon seen from outside while the main application's segments, the
+// border-router address file or the init and border-router scripts fail it.
 
+#include "aide_pannes.h"
 #include "aide_reception.h"
 #include "bacasable.h"
 #include "doublureapplication.h"
 
-#include <QUdpSocket>
-#include <QtTest>
-
 #include <algorithm>
-#include <functional>
 #include <memory>
 
 namespace {
-const QByteArray MODULE_A = "00000011"; // channel 1, heard all along
-const QByteArray MODULE_B = "00000012"; // channel 2, heard once in the script tests
-constexpr int TYPE_RADIO = 1;
+const QByteArray MODULE_A = "00000011"; // channel 1; channel 2's, 00000012, speaks once
 const QString ADRESSE_BR = QStringLiteral("/root/br_itessalin.txt");
-const QString ERREUR_ZONE_HF =
-    QStringLiteral("Erreur zone.attach() sur fonctions_bases::setModule 00000011 : ");
-const QStringList SCRIPTS = {"/etc/init.d/tunslip6", "/etc/scripts/reset_br.sh",
-                             "/etc/scripts/repair_br.sh"};
 
-// The acquisition lines' date, or the server lines' date, time and tag.
-const QRegularExpression
-    ENTETE(QStringLiteral("^\\d\\d/\\d\\d/\\d{4} (\\d\\d:\\d\\d:\\d\\d \\(serveur_udp\\) )?"));
-const QString ENTETE_SERVEUR =
-    QStringLiteral("\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d \\(serveur_udp\\) ");
-const QRegularExpression LIGNE_SERVEUR('^' + ENTETE_SERVEUR);
-
-// The multi-threaded libfaketime, in the distribution's library directory.
-QString bibliothequeFaketime()
-{
-    const QStringList dossiers = QDir("/usr/lib").entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString &d : dossiers) {
-        if (QFile::exists("/usr/lib/" + d + "/faketime/libfaketimeMT.so.1"))
-            return "/usr/lib/" + d + "/faketime/libfaketimeMT.so.1";
-    }
-    return {};
-}
-
-// Attaching tells whether a segment still exists; the probe's own detach
-// removes it when nobody else holds it, as any last user's does.
+// The probe's own detach removes the segment when nobody else holds it.
 bool existe(const QString &cle)
 {
     QSharedMemory sonde(cle);
@@ -57,338 +27,191 @@ class TestPannesProcessus : public QObject
 
     std::unique_ptr<BacASable> bac;
     std::unique_ptr<DoublureApplication> doublure;
-    QProcess daemon;
-    QStringList brutes, textes; // the daemon's lines, and the same without their heading
-    QByteArray entame;          // a line not yet ended
-    quint16 port = 0;
-    double valeur = 21.5;       // what module A sends
-    int intervalleTrames = 500; // ms between readings of module A while waiting, 0 for none
+    DaemonSousTest daemon;
+    double valeur = 21.5; // what module A sends
+    QTimer emetteur;      // module A's frames, while the test waits
+    const QMetaObject::Connection envoi =
+        connect(&emetteur, &QTimer::timeout, this, [this] { daemon.envoyer(MODULE_A, valeur); });
 
-    void lire()
-    {
-        entame += daemon.readAllStandardError();
-        const int fin = entame.lastIndexOf('\n');
-        if (fin < 0)
-            return;
-        const QStringList nouvelles = QString::fromUtf8(entame.left(fin)).split('\n');
-        entame.remove(0, fin + 1);
-        for (const QString &ligne : nouvelles) {
-            brutes << ligne;
-            textes << QString(ligne).remove(ENTETE);
-        }
-    }
-
-    // Lines equal to `texte`, or beginning with it when it ends with a blank.
-    int compter(const QString &texte) const
-    {
-        const bool prefixe = texte.endsWith(' ');
-        return int(std::count_if(textes.cbegin(), textes.cend(), [&](const QString &l) {
-            return prefixe ? l.startsWith(texte) : l == texte;
-        }));
-    }
-    int cycles() const { return compter("début recuperer_mesures"); }
-
-    void trame(const QByteArray &module)
-    {
-        QUdpSocket().writeDatagram("A" + module +
-                                       ":br:20:" + QByteArray::number(qRound(valeur * 10)) + ":36",
-                                   QHostAddress(QHostAddress::LocalHostIPv6), port);
-    }
-
-    // Polls `condition`, module A speaking meanwhile; false after `ms`.
-    bool attendre(const std::function<bool()> &condition, int ms = 15000)
-    {
-        QElapsedTimer chrono;
-        chrono.start();
-        qint64 prochaine = 0;
-        while (!condition()) {
-            if (chrono.elapsed() > ms)
-                return false;
-            if (intervalleTrames > 0 && chrono.elapsed() >= prochaine) {
-                trame(MODULE_A);
-                prochaine = chrono.elapsed() + intervalleTrames;
-            }
-            QTest::qWait(50);
-        }
-        return true;
-    }
-    bool cyclesEnPlus(int n)
-    {
-        const int depart = cycles();
-        return attendre([&] { return cycles() >= depart + n; });
-    }
-
-    // The zones not there yet, but one, made; the two radio channels and the
-    // address file written.
-    bool preparer(const QString &zoneAbsente = {})
+    // What is not there yet made, but the absent ones; the radio channels written.
+    bool preparer(const QStringList &absents = {}, const QByteArray &adresse = "fd00::1\n")
     {
         const QStringList cles = DoublureApplication::cles();
         for (const QString &cle : cles) {
-            if (cle != zoneAbsente && !doublure->zonePresente(cle) && !doublure->creerZone(cle))
+            if (!absents.contains(cle) && !doublure->zonePresente(cle) && !doublure->creerZone(cle))
                 return false;
         }
-        doublure->ecrireVoie(1, TYPE_RADIO, MODULE_A, 0, 0.0);
-        doublure->ecrireVoie(2, TYPE_RADIO, MODULE_B, 0, 0.0);
-        return ecrireFichier(ADRESSE_BR, "fd00::1\n");
-    }
-    bool ecrireFichier(const QString &absolu, const QByteArray &contenu)
-    {
-        QFile fichier(bac->chemin(absolu));
-        return fichier.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-               fichier.write(contenu) == contenu.size();
+        doublure->ecrireVoie(1, 1, MODULE_A, 0, 0.0);
+        doublure->ecrireVoie(2, 1, "00000012", 0, 0.0);
+        QFile fichier(bac->chemin(ADRESSE_BR));
+        return absents.contains(ADRESSE_BR) ||
+               (fichier.open(QIODevice::WriteOnly) && fichier.write(adresse) == adresse.size());
     }
 
-    // Under libfaketime, preloaded rather than through its wrapper, which
-    // would outlive a stop, the daemon's clock and timers run 200 times faster.
-    void demarrer(const QStringList &arguments, const QString &faketime = {})
-    {
-        brutes.clear();
-        textes.clear();
-        entame.clear();
-        QProcessEnvironment env = bac->environnement(port = BacASable::portLibre());
-        if (!faketime.isEmpty()) {
-            env.insert("LD_PRELOAD", faketime);
-            env.insert("FAKETIME", "+0 x200");
-            // An address-sanitizer build would refuse a library loaded before it.
-            const QString asan = env.value("ASAN_OPTIONS");
-            env.insert("ASAN_OPTIONS", (asan.isEmpty() ? asan : asan + ':') +
-                                           QStringLiteral("verify_asan_link_order=0"));
-        }
-        daemon.setProcessEnvironment(env);
-        daemon.start(CHEMIN_DAEMON, arguments);
-    }
-
-    // What the main application sees: channel 1's value, module A's record,
-    // heartbeat, save request, border-router address and its change flag.
-    QString etat() const
-    {
-        const QByteArray z = doublure->octetsZoneHF();
-        const int slot = slotDe(z, MODULE_A);
-        return QStringLiteral("%1|%2|%3|%4|%5|%6")
-            .arg(doublure->mesure(1))
-            .arg(QString::fromLatin1(slot < 0 ? QByteArray("-") : texte(z, slot, VALEUR)))
-            .arg(doublure->octetDemande(81))
-            .arg(doublure->octetDemande(80))
-            .arg(QString::fromLatin1(doublure->adresseBR()))
-            .arg(doublure->octetDemande(0));
-    }
-    // Clears what the daemon writes and asks for a save, then waits for all of
-    // it to come back with a fresh value.
+    // Channel 1's value, module A's record, heartbeat, save served, address
+    // published and flagged: cleared or asked for, then waited for.
     bool toutFonctionne()
     {
         doublure->setMesure(1, -1.0);
         doublure->setOctetDemande(81, 0);
         doublure->setOctetDemande(80, 1);
-        valeur += 1.0;
-        const QString attendu = QStringLiteral("%1|%1|1|0|fd00::1\n|1").arg(valeur);
-        const bool ok = attendre([&] { return etat() == attendu; });
-        if (!ok)
-            qWarning().noquote() << "expected" << attendu << "got" << etat();
-        return ok;
+        const QByteArray attendu = QByteArray::number(valeur += 1.0);
+        return daemon.attendre([&] {
+            const QByteArray z = doublure->octetsZoneHF();
+            return doublure->mesure(1) == valeur &&
+                   texte(z, slotDe(z, MODULE_A), VALEUR) == attendu &&
+                   doublure->octetDemande(81) == 1 && doublure->octetDemande(80) == 0 &&
+                   doublure->adresseBR() == "fd00::1\n" && doublure->octetDemande(0) == 1;
+        });
     }
 
 private slots:
     void init()
     {
-        connect(&daemon, &QProcess::readyReadStandardError, this, &TestPannesProcessus::lire,
-                Qt::UniqueConnection);
         bac = std::make_unique<BacASable>();
         QVERIFY(bac->estValide());
         bac->activer(0); // the double's segments go where the daemon looks
         doublure = std::make_unique<DoublureApplication>();
         QVERIFY(DoublureApplication::creerBaseAppareil(bac->chemin("/var/base/itessalin.db"),
                                                        {"RJ45", "RADIO", "RADIO Contact"}));
-        intervalleTrames = 500;
+        emetteur.start(500);
         valeur = 21.5;
     }
-
-    // The daemon first, so that the double is the last one attached and its
-    // segments go with it.
+    // The daemon first, so that the double's detach removes its segments.
     void cleanup()
     {
-        daemon.terminate(); // it has no handler: the signal ends it
-        daemon.waitForFinished();
+        daemon.arreter();
         doublure.reset();
-        // A daemon that held a segment past the double's detach left it
-        // behind: the probe, its last user now, removes it.
-        const QStringList cles = DoublureApplication::cles();
-        for (const QString &cle : cles)
-            existe(cle);
         bac.reset();
     }
 
-    void zoneAbsenteAuDemarrage_data()
+    void absents_data()
     {
-        QTest::addColumn<QString>("zone");
-        QTest::addColumn<QStringList>("attendus"); // while it is missing
+        QTest::addColumn<QStringList>("absents"); // segments, or the address file
+        QTest::addColumn<QStringList>("attendus");
         QTest::addColumn<QStringList>("interdits");
-        const QString impossible =
-            "recuperer_mesures : Impossible d'ouvrir QSharedMemory Config_Voies_iTessalin";
-        const QString mesure = "recuperer_mesures : mesure_memoire->Mesure[1] = ";
+        const QString impossible = "Impossible d'ouvrir QSharedMemory Config_Voies_iTessalin";
+        const QString erreurHF = "Erreur zone.attach() sur fonctions_bases::setModule 00000011 : ";
+        const QString demande = "recuperer_mesures : Demande d'enregistrement ...";
         const QString lecture = "Lecture de l'adresse du BR...";
+        const QStringList sansRegistre{"zone_voies.data()", lecture, "zone_mesure.attach()"};
         // Frames still reach the channels; the save waits for a table to copy.
-        QTest::newRow("Zone_HF") << "Zone_HF"
-                                 << QStringList{ERREUR_ZONE_HF,
-                                                "recuperer_mesures : Demande d'enregistrement ...",
-                                                mesure + "21.5"}
-                                 << QStringList{"recuperer_mesures : free(lmr)"};
+        QTest::newRow("Zone_HF") << QStringList{"Zone_HF"}
+                                 << QStringList{erreurHF, demande, "Mesure[1] = 21.5"}
+                                 << QStringList{"free(lmr)"};
         // No heartbeat and no address reading; the rest of the cycle runs.
         QTest::newRow("Demande_enreg")
-            << "Demande_enreg"
-            << QStringList{"recuperer_mesures : après zone_enregistrement.attach()",
-                           mesure + "21.5"}
-            << QStringList{"recuperer_mesures : zone_enregistrement.data()", lecture};
-        // Either configuration zone: the same words, no registry, no values.
+            << QStringList{"Demande_enreg"} << QStringList{"Mesure[1] = 21.5"}
+            << QStringList{"zone_enregistrement.data()", lecture};
+        // Either configuration segment: the same words, no registry, no values.
         QTest::newRow("Config_Voies_iTessalin")
-            << "Config_Voies_iTessalin"
-            << QStringList{impossible,
-                           "verifierSiBesoinRepairBr : nb voies configurées en RADIO = 0"}
-            << QStringList{"recuperer_mesures : zone_voies.data()", lecture,
-                           "recuperer_mesures : zone_mesure.attach()"};
+            << QStringList{"Config_Voies_iTessalin"}
+            << QStringList{impossible, "nb voies configurées en RADIO = 0"} << sansRegistre;
         QTest::newRow("Config_iTessalin")
-            << "Config_iTessalin"
-            << QStringList{impossible,
-                           "verifierSiBesoinRepairBr : nb voies configurées en RADIO = 2"}
-            << QStringList{"recuperer_mesures : zone_voies.data()", lecture,
-                           "recuperer_mesures : zone_mesure.attach()"};
-        QTest::newRow("Etat_iTessalin")
-            << "Etat_iTessalin" << QStringList{"recuperer_mesures : après zone_mesure.attach()"}
-            << QStringList{"recuperer_mesures : zone_mesure.data()", mesure};
+            << QStringList{"Config_iTessalin"}
+            << QStringList{impossible, "nb voies configurées en RADIO = 2"} << sansRegistre;
+        // Removed while the daemon runs, which holds them only for a cycle or a frame.
+        QTest::newRow("redemarrage")
+            << QStringList{"Zone_HF", "Etat_iTessalin"} << QStringList{erreurHF, demande}
+            << QStringList{"free(lmr)", "zone_mesure.data()"};
+        // Looked for at every cycle; the address left by an earlier run is cleared.
+        QTest::newRow("adresse BR")
+            << QStringList{ADRESSE_BR} << QStringList{lecture, "Adresse du BR lu : "}
+            << QStringList{"Adresse du BR lu : fd00"};
     }
-
-    void zoneAbsenteAuDemarrage()
+    void absents()
     {
-        QFETCH(QString, zone);
+        QFETCH(QStringList, absents);
+        const bool enMarche = QTest::currentDataTag() == QByteArray("redemarrage");
         QFETCH(QStringList, attendus);
         QFETCH(QStringList, interdits);
-        QVERIFY(preparer(zone));
+        const auto aucun = [&] { return std::none_of(absents.cbegin(), absents.cend(), existe); };
+        QVERIFY(preparer(enMarche ? QStringList() : absents));
+        doublure->setAdresseBR("fd00::9\n");
+        daemon.demarrer(*bac, {"-periode", "1", "-log"});
+        if (enMarche) {
+            QVERIFY(toutFonctionne());
+            for (const QString &cle : qAsConst(absents))
+                doublure->detruireZone(cle);
+            QVERIFY(daemon.attendre(aucun));
+        }
+        const int debut = daemon.messages().size();
         doublure->setOctetDemande(80, 1);
-        demarrer({"-periode", "1", "-log"});
-        QVERIFY(cyclesEnPlus(3));
+        QVERIFY(daemon.cycles(2));
         for (const QString &texte : qAsConst(attendus))
-            QVERIFY2(compter(texte) > 0, qPrintable(texte));
+            QVERIFY2(daemon.compter(texte, debut) > 0, qPrintable(texte));
         for (const QString &texte : qAsConst(interdits))
-            QVERIFY2(compter(texte) == 0, qPrintable(texte));
-        QVERIFY(!existe(zone)); // never made by the daemon
+            QVERIFY2(daemon.compter(texte, debut) == 0, qPrintable(texte));
+        QVERIFY(aucun()); // never made by the daemon
+        if (absents.contains(ADRESSE_BR))
+            QCOMPARE(doublure->adresseBR(), QByteArray());
 
-        QVERIFY(preparer()); // the main application comes up late
+        QVERIFY(preparer()); // the main application comes up, the address file arrives
         QVERIFY(toutFonctionne());
-        QVERIFY(cyclesEnPlus(1));
-        QVERIFY(compter("fin recuperer_mesures") >= cycles() - 1); // no cycle cut short
-        QCOMPARE(daemon.state(), QProcess::Running);
-    }
-
-    // The main application restarts: its segments go with its detach, since
-    // the daemon holds each one only for a cycle or a frame, and new empty
-    // ones come in their place.
-    void redemarrageApplicationPrincipale()
-    {
-        QVERIFY(preparer());
-        demarrer({"-periode", "1", "-log"});
-        QVERIFY(toutFonctionne());
-
-        doublure->detruireZone("Zone_HF");
-        doublure->detruireZone("Etat_iTessalin");
-        QVERIFY(attendre([] { return !existe("Zone_HF") && !existe("Etat_iTessalin"); }));
-        const int erreurs = compter(ERREUR_ZONE_HF);
-        QVERIFY(attendre([&] { return compter(ERREUR_ZONE_HF) > erreurs; }));
-        QVERIFY(cyclesEnPlus(2));
-        QVERIFY(!existe("Zone_HF") && !existe("Etat_iTessalin")); // never made by the daemon
-
-        QVERIFY(doublure->creerZone("Zone_HF") && doublure->creerZone("Etat_iTessalin"));
-        QVERIFY(toutFonctionne());
-        QCOMPARE(slotDe(doublure->octetsZoneHF(), MODULE_A), 0); // a fresh table
-        QCOMPARE(daemon.state(), QProcess::Running);
-    }
-
-    void adresseBRPublieeQuandLeFichierArrive()
-    {
-        QVERIFY(preparer());
-        QVERIFY(QFile::remove(bac->chemin(ADRESSE_BR)));
-        doublure->setAdresseBR("fd00::9\n"); // left by an earlier run
-        demarrer({"-periode", "1", "-log"});
-        QVERIFY(cyclesEnPlus(3));
-        // Looked for in every cycle; the stale address is cleared once.
-        QVERIFY(compter("Lecture de l'adresse du BR...") >= 3);
-        QVERIFY(compter("Adresse du BR lu : ") >= 3);
-        QCOMPARE(doublure->adresseBR(), QByteArray());
-        QCOMPARE(doublure->octetDemande(0), uchar(1));
-        doublure->setOctetDemande(0, 0);
-        QVERIFY(cyclesEnPlus(2));
-        QCOMPARE(doublure->octetDemande(0), uchar(0));
-
-        QVERIFY(ecrireFichier(ADRESSE_BR, "fd00::1\n"));
-        QVERIFY(attendre([&] { return doublure->adresseBR() == "fd00::1\n"; }));
-        QCOMPARE(doublure->octetDemande(0), uchar(1));
-        QVERIFY(attendre([&] { return compter("Adresse du BR lu : fd00::1") == 1; }));
-
-        // Read once per process: a later change of the file is not seen.
-        const int lectures = compter("Lecture de l'adresse du BR...");
-        QVERIFY(ecrireFichier(ADRESSE_BR, "fd00::2\n"));
-        QVERIFY(cyclesEnPlus(2));
-        QCOMPARE(compter("Lecture de l'adresse du BR..."), lectures);
+        QVERIFY(preparer({}, "fd00::2\n")); // read once per process: not seen
+        QVERIFY(daemon.cycles(2));
         QCOMPARE(doublure->adresseBR(), QByteArray("fd00::1\n"));
-        QCOMPARE(daemon.state(), QProcess::Running);
+        QVERIFY(daemon.compter("fin recuperer_mesures") >=
+                daemon.compter("début recuperer_mesures") - 1);
+        QVERIFY(daemon.enMarche());
     }
 
     void scriptsEnPanne_data()
     {
         QTest::addColumn<QString>("corps"); // null: the scripts are missing
         QTest::addColumn<QStringList>("appels");
-        const QStringList tous = {"tunslip6 stop", "tunslip6 start", "repair_br.sh",
-                                  "reset_br.sh",   "tunslip6 stop",  "tunslip6 start"};
         QTest::newRow("absents") << QString() << QStringList();
+        const QStringList tous{"tunslip6 stop", "tunslip6 start", "repair_br.sh",
+                               "reset_br.sh",   "tunslip6 stop",  "tunslip6 start"};
         QTest::newRow("echec") << "exit 1" << tous;
+        // 5 s of the daemon's clock, which the script shares.
         QTest::newRow("lents") << "sleep 5" << tous;
     }
-
-    // Tunnel restart at start, repair, reset, tunnel restart after silence:
-    // each action is logged and taken whatever its script does. The silences
-    // take minutes, so the daemon's clock runs 200 times faster.
+    // Tunnel restart at start, repair and reset of a silent module, tunnel restart
+    // after the network's silence: each logged and taken whatever its script does.
     void scriptsEnPanne()
     {
         QFETCH(QString, corps);
         QFETCH(QStringList, appels);
-        const QString faketime = bibliothequeFaketime();
-        if (faketime.isEmpty())
+        QProcessEnvironment faketime;
+        if (!prechargerFaketime(faketime))
             QSKIP("libfaketime is not installed");
+        faketime.insert("FAKETIME", "+0 x200"); // minutes of silence in seconds
         QVERIFY(preparer());
-        for (const QString &script : SCRIPTS) {
+        for (const char *script :
+             {"/etc/init.d/tunslip6", "/etc/scripts/reset_br.sh", "/etc/scripts/repair_br.sh"}) {
             if (corps.isNull())
                 QVERIFY(QFile::remove(bac->chemin(script)));
             else
                 bac->ecrireScript(script, corps);
         }
-        intervalleTrames = 150; // 30 s of the daemon's time: well within its 300 s
-        demarrer({}, faketime); // no "-log": only the lines always written
+        emetteur.start(150);                 // 30 s of the daemon's time: well within its 300 s
+        daemon.demarrer(*bac, {}, faketime); // no "-log": only the lines always written
 
-        // Module B speaks once, then stays silent: repaired after 360 s, reset after 660 s.
-        QVERIFY(attendre([&] {
-            trame(MODULE_B);
-            return slotDe(doublure->octetsZoneHF(), MODULE_B) >= 0;
+        QVERIFY(daemon.attendre([&] {
+            daemon.envoyer("00000012", valeur);
+            return slotDe(doublure->octetsZoneHF(), "00000012") >= 0;
         }));
-        QVERIFY(attendre([&] { return compter("RESET BR : Modules concernés : ") > 0; }));
-        // Then the whole network: the tunnel is restarted after 300 s.
-        intervalleTrames = 0;
-        QVERIFY(attendre([&] { return compter("restartTunslip6()") == 2; }));
+        QVERIFY(daemon.attendre([&] { return daemon.compter("RESET BR : ") > 0; }));
+        emetteur.stop(); // now the whole network falls silent
+        QVERIFY(daemon.attendre([&] { return daemon.compter("restartTunslip6()") == 2; }));
 
-        const QString actions = brutes.filter(LIGNE_SERVEUR).join('\n');
+        const QString actions =
+            daemon.messages().filter(QRegularExpression("^(restart|RE)")).join('\n');
         const QRegularExpression attendues(QRegularExpression::anchoredPattern(
-            QStringList{"restartTunslip6\\(\\)",
-                        "REPAIR BR : Modules concernés : 00000012 \\(\\d+ s\\) \\(>360s\\)",
-                        "RESET BR : Modules concernés : 00000012 \\(\\d+ s\\) \\(>660s\\)",
-                        "RESTART TUNSLIP6 : Dernière trame reçu il y a \\d+s \\(>300s\\)",
-                        "restartTunslip6\\(\\)"}
-                .replaceInStrings(QRegularExpression("^"), ENTETE_SERVEUR)
-                .join('\n')));
+            "restartTunslip6\\(\\)\n"
+            "REPAIR BR : Modules concernés : 00000012 \\(\\d+ s\\) \\(>360s\\)\n"
+            "RESET BR : Modules concernés : 00000012 \\(\\d+ s\\) \\(>660s\\)\n"
+            "RESTART TUNSLIP6 : Dernière trame reçu il y a \\d+s \\(>300s\\)\n"
+            "restartTunslip6\\(\\)"));
         QVERIFY2(attendues.match(actions).hasMatch(), qPrintable(actions));
         // The last restart's "start" may still be on its way.
-        QVERIFY(attendre([&] { return bac->appels().size() >= appels.size(); }));
+        QVERIFY(daemon.attendre([&] { return bac->appels().size() >= appels.size(); }));
         QCOMPARE(bac->appels(), appels);
 
-        intervalleTrames = 150;
+        emetteur.start(150);
         QVERIFY(toutFonctionne());
-        QCOMPARE(daemon.state(), QProcess::Running);
+        QVERIFY(daemon.enMarche());
     }
 };
 
