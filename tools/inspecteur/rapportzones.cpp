@@ -26,9 +26,20 @@ const uchar *octets(const LectureZones::Copie &c)
     return reinterpret_cast<const uchar *>(c.octets.constData());
 }
 
-QString tropPetite(const QString &cle, int taille)
+// The segment's bytes when it is there and at least `minimum` long; otherwise
+// its absence is reported and its row in the table says so.
+bool copieUtilisable(const QString &cle, int minimum, Rapport &r, Tableau &t,
+                     LectureZones::Copie &c)
 {
-    return QStringLiteral("segment %1 is too small (%2 bytes)").arg(cle).arg(taille);
+    c = LectureZones::copier(cle);
+    if (c.presente() && c.octets.size() >= minimum)
+        return true;
+    r.absences.append(
+        c.presente()
+            ? QStringLiteral("segment %1 is too small (%2 bytes)").arg(cle).arg(c.octets.size())
+            : LectureZones::absence(cle, c));
+    t.ajouter({cle, QString(), QString(), QString(), QStringLiteral("(unavailable)")});
+    return false;
 }
 
 // The channel-type names of the device database, read-only; empty with the
@@ -67,13 +78,9 @@ void demande(Rapport &r, Tableau &t)
 {
     using namespace Demande_enregistrement;
     const QString cle = QLatin1String(CLE);
-    const LectureZones::Copie c = LectureZones::copier(cle);
-    if (!c.presente() || c.octets.size() < TAILLE_MINIMUM) {
-        r.absences.append(c.presente() ? tropPetite(cle, c.octets.size())
-                                       : LectureZones::absence(cle, c));
-        t.ajouter({cle, QString(), QString(), QString(), QStringLiteral("(unavailable)")});
+    LectureZones::Copie c;
+    if (!copieUtilisable(cle, TAILLE_MINIMUM, r, t, c))
         return;
-    }
     const uchar *z = octets(c);
     t.ajouter({cle, QStringLiteral("config_modifiee"), QString::number(OFFSET_CONFIG_MODIFIEE),
                QString::number(config_modifiee(z)), QStringLiteral("new border-router address")});
@@ -89,13 +96,9 @@ void tessalin(Rapport &r, Tableau &t)
 {
     using namespace Le_Tessalin;
     const QString cle = QLatin1String(CLE);
-    const LectureZones::Copie c = LectureZones::copier(cle);
-    if (!c.presente() || c.octets.size() < TAILLE_MINIMUM) {
-        r.absences.append(c.presente() ? tropPetite(cle, c.octets.size())
-                                       : LectureZones::absence(cle, c));
-        t.ajouter({cle, QString(), QString(), QString(), QStringLiteral("(unavailable)")});
+    LectureZones::Copie c;
+    if (!copieUtilisable(cle, TAILLE_MINIMUM, r, t, c))
         return;
-    }
     t.ajouter({cle, QStringLiteral("adresse_br"), QString::number(OFFSET_ADRESSE_BR),
                visible(adresse_br(octets(c))), QStringLiteral("border-router address")});
     t.ajouter({cle, QStringLiteral("nb_voies"), QString::number(OFFSET_NB_VOIES),
