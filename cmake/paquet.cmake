@@ -58,7 +58,7 @@ if(NOT ACQUISITIONRADIO_PAQUET_SHLIBDEPS)
                  "libqt5sql5 (>= 5.15)")
     # The technician's inspector, installed beside the daemon, reads the UDP
     # socket's counters through Qt Network.
-    if(TARGET inspecteur)
+    if(TARGET vueradio)
         list(APPEND _dependances "libqt5network5 (>= 5.15)")
     endif()
 endif()

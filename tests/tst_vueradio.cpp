@@ -26,7 +26,7 @@ const gestion_radio MODULES[] = {
 
 // The inspector run as a program on a known module table, known zones and a
 // small radio database, with "now" fixed so that every age is exact.
-class TestInspecteur : public QObject
+class TestVueRadio : public QObject
 {
     Q_OBJECT
     BacASable bac;
@@ -41,7 +41,7 @@ class TestInspecteur : public QObject
         QProcess p;
         p.setProcessEnvironment(sansSources ? vide.environnement(BacASable::portLibre())
                                             : bac.environnement(service.localPort()));
-        p.start(REPERTOIRE_OUTILS "/inspecteur/inspecteur",
+        p.start(REPERTOIRE_OUTILS "/vueradio/vueradio",
                 QStringList{"--maintenant", QString::number(N)} + arguments);
         const bool fini = p.waitForFinished(20000) && p.exitStatus() == QProcess::NormalExit;
         out = p.readAllStandardOutput();
@@ -195,5 +195,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestInspecteur)
-#include "tst_inspecteur.moc"
+QTEST_GUILESS_MAIN(TestVueRadio)
+#include "tst_vueradio.moc"

@@ -10,7 +10,7 @@ bool rendre(const QByteArray &dot, const QString &fichier, QString *erreur)
     const QString programme = QStandardPaths::findExecutable(QStringLiteral("dot"));
     if (programme.isEmpty()) {
         *erreur = QStringLiteral("Graphviz 'dot' is not installed (Debian package graphviz): "
-                                 "'inspecteur arbre --dot' prints the graph to draw elsewhere");
+                                 "'vueradio arbre --dot' prints the graph to draw elsewhere");
         return false;
     }
     QProcess processus;

@@ -10,7 +10,7 @@ std::atomic<int> compteur{0};
 }
 
 BaseEnLecture::BaseEnLecture(const QString &chemin)
-    : nom(QStringLiteral("inspecteur_%1").arg(compteur.fetch_add(1)))
+    : nom(QStringLiteral("vueradio_%1").arg(compteur.fetch_add(1)))
 {
     if (!QFileInfo(chemin).isFile()) {
         erreur = QStringLiteral("database %1 does not exist").arg(chemin);

@@ -1,4 +1,4 @@
-// inspecteur: what the radio acquisition service sees and keeps, for the
+// vueradio: what the radio acquisition service sees and keeps, for the
 // people who service the appliance (see --help). It only reads: segments are
 // attached read-only and databases opened read-only.
 
@@ -76,7 +76,7 @@ int terminer(const Rapport &r)
     QStringList absences = r.absences;
     absences.removeDuplicates(); // the table and the tree both read Zone_HF
     for (const QString &ligne : qAsConst(absences))
-        ecrire(stderr, QStringLiteral("inspecteur: ") + ligne + QLatin1Char('\n'));
+        ecrire(stderr, QStringLiteral("vueradio: ") + ligne + QLatin1Char('\n'));
     return r.absences.isEmpty() ? TOUT_LU : SOURCE_ABSENTE;
 }
 
@@ -112,7 +112,7 @@ int arbreDessine(quint32 maintenant, bool dot, const QString &svg)
         return TOUT_LU;
     QString erreur;
     if (!RenduSvg::rendre(graphe.toUtf8(), svg, &erreur)) {
-        ecrire(stderr, QStringLiteral("inspecteur: ") + erreur + QLatin1Char('\n'));
+        ecrire(stderr, QStringLiteral("vueradio: ") + erreur + QLatin1Char('\n'));
         return SVG_IMPOSSIBLE;
     }
     return TOUT_LU;
@@ -133,7 +133,7 @@ QString entete(quint32 maintenant, quint16 port)
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("inspecteur"));
+    QCoreApplication::setApplicationName(QStringLiteral("vueradio"));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromUtf8(DESCRIPTION));
@@ -154,7 +154,7 @@ int main(int argc, char *argv[])
         QStringLiteral("seconds"));
     parser.addOptions({optionDot, optionSvg, optionMaintenant});
     if (!parser.parse(QCoreApplication::arguments())) {
-        ecrire(stderr, QStringLiteral("inspecteur: %1 (see --help)\n").arg(parser.errorText()));
+        ecrire(stderr, QStringLiteral("vueradio: %1 (see --help)\n").arg(parser.errorText()));
         return LIGNE_DE_COMMANDE;
     }
     if (parser.isSet(QStringLiteral("help"))) {
@@ -170,7 +170,7 @@ int main(int argc, char *argv[])
     const bool dessin = parser.isSet(optionDot) || parser.isSet(optionSvg);
     if (positionnels.size() > 1 || !commandes.contains(commande) ||
         (dessin && commande != QLatin1String("arbre"))) {
-        ecrire(stderr, QStringLiteral("inspecteur: usage: inspecteur [table|arbre [--dot] [--svg "
+        ecrire(stderr, QStringLiteral("vueradio: usage: vueradio [table|arbre [--dot] [--svg "
                                       "FILE]|zones|base|udp|tout] (see --help)\n"));
         return LIGNE_DE_COMMANDE;
     }
@@ -178,7 +178,7 @@ int main(int argc, char *argv[])
         bool ok = false;
         const qint64 secondes = parser.value(optionMaintenant).toLongLong(&ok);
         if (!ok || secondes < 0 || secondes > 0xFFFFFFFFLL) {
-            ecrire(stderr, QStringLiteral("inspecteur: --maintenant takes Unix seconds\n"));
+            ecrire(stderr, QStringLiteral("vueradio: --maintenant takes Unix seconds\n"));
             return LIGNE_DE_COMMANDE;
         }
         Horloge::figer(QDateTime::fromSecsSinceEpoch(secondes));
