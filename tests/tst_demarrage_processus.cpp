@@ -42,8 +42,10 @@ QStringList TestDemarrageProcessus::lancer(const QStringList &arguments, int mil
 void TestDemarrageProcessus::ligneDeDemarrageSeule()
 {
     // The tunnel restart of the server's construction is always logged; the
-    // acquisition side prints its start line and nothing else.
-    const QStringList lignes = lancer({}, 2500);
+    // acquisition side prints its start line and nothing else. The first
+    // cycle is 20 s away, so the window can leave a slow or emulated machine
+    // time to start the process as well as the 2 s tunnel restart.
+    const QStringList lignes = lancer({}, 5000);
     QCOMPARE(lignes.size(), 2);
     QVERIFY2(QRegularExpression(QStringLiteral("^\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d "
                                                "\\(serveur_udp\\) restartTunslip6\\(\\)$"))
