@@ -1,0 +1,68 @@
+#ifndef DAEMONBANC_H
+#define DAEMONBANC_H
+
+#include "bacasable.h"
+#include "doublureapplication.h"
+
+#include <QProcess>
+#include <QStringList>
+
+#include <memory>
+
+// Rows of a table of an SQLite file, or -1 when it cannot be read.
+qint64 compterLignes(const QString &fichier, const char *table);
+
+// The real daemon under load: started in a sandbox of its own beside the main
+// application's double (64 radio channels on the bench's modules), fed real
+// datagrams on ::1, and watched from outside: rows stored in `mesures_hf`,
+// the kernel's drop counter of its socket, its resident memory.
+class DaemonBanc
+{
+public:
+    DaemonBanc() = default;
+    ~DaemonBanc();
+    DaemonBanc(const DaemonBanc &) = delete;
+    DaemonBanc &operator=(const DaemonBanc &) = delete;
+
+    struct Lancement
+    {
+        QStringList arguments;
+        // Above 1, the daemon's clock runs that much faster (libfaketime), so
+        // that its one-hour frame history rolls within minutes.
+        double acceleration = 1;
+        // The sandbox, database included, on tmpfs: for the measures that are
+        // not about the disk and need many frames.
+        bool baseEnMemoire = false;
+    };
+    bool demarrer(const Lancement &lancement, QString *erreur);
+    // SIGTERM, then SIGKILL if it lingers; the double's segments go with this object.
+    void arreter();
+    bool enMarche() const { return processus.state() == QProcess::Running; }
+
+    // Rows of `mesures_hf`, or -1 when the file cannot be read.
+    qint64 lignes() const;
+    // The drops column of /proc/net/udp6 for the daemon's socket, or -1.
+    qint64 pertesNoyau() const;
+    // VmRSS of /proc/<pid>/status, in KiB, or -1.
+    qint64 vmRssKio() const;
+
+    // Frames of the 100 modules in turn, paced evenly; returns how many left.
+    qint64 envoyer(double parSeconde, double secondes);
+    // `nombre` datagrams back to back.
+    qint64 rafale(int nombre);
+    // Waits until `attendues` rows are stored, or until no row has come for
+    // `calmeMs`; returns the rows then stored.
+    qint64 attendreLignes(qint64 attendues, int calmeMs = 2000) const;
+
+private:
+    bool envoyerUne();
+
+    std::unique_ptr<BacASable> bac;
+    DoublureApplication doublure;
+    QProcess processus;
+    quint16 port = 0;
+    int prise = -1;
+    quint32 numero = 0;
+};
+
+#endif // DAEMONBANC_H

@@ -1,0 +1,28 @@
+#ifndef REJEU_H
+#define REJEU_H
+
+#include <QString>
+
+// The daemon's per-frame database work replayed on SQLite's C API alone: for
+// each frame open the file, select the module, insert it (first frame) or
+// update it, insert the reading, close. The statements are the daemon's own,
+// texts and order; the schema is made by the daemon's start-up statements.
+// What the daemon does beyond this (decoding, the module tree, "Zone_HF")
+// is its overhead over this bare floor.
+class Rejeu
+{
+public:
+    struct Resultat
+    {
+        qint64 trames = 0;
+        double secondes = 0.0;
+        QString erreur; // set when a statement failed in an unexpected way
+        double parSeconde() const { return secondes > 0 ? trames / secondes : 0.0; }
+    };
+
+    // Replays frames of the bench's 100 modules, round robin, for `secondes`
+    // into a new file `fichier`.
+    static Resultat mesurer(const QString &fichier, double secondes);
+};
+
+#endif // REJEU_H
