@@ -57,12 +57,12 @@ void mesurerCycle(const Reglages &r, Tableau &tableau)
     acq = new AcquisitionRadio;
     QServeurUdp &serveur = acq->serveurUdp();
     // The hour before the first round, oldest first, as the reception
-    // thread would have appended it.
+    // thread would have appended it (frame times in UTC, as it stamps them).
     for (int avance = DUREE_HISTORIQUE - ECART_TRAMES; avance > 0; avance -= ECART_TRAMES) {
         for (int m = 0; m < Reseau::NB_MODULES; ++m) {
             const Reseau::Lecture l = Reseau::lecture(m, 0);
             serveur.ajouterInfoTrame(QServeurUdp::_info_trame(
-                debut.addSecs(-avance), QString::fromLatin1(l.module), Reseau::pasDeRang(m),
+                debut.toUTC().addSecs(-avance), QString::fromLatin1(l.module), Reseau::pasDeRang(m),
                 QString::fromLatin1(l.parent), m < 10 ? 9 : 0));
         }
     }

@@ -45,6 +45,12 @@ DonneesUDP lu(const QString &valeur, qint64 age = 5, const QString &module = "A1
     return DonneesUDP(T0.addSecs(-age), "M", module, "0000", 1.0, valeur, 3.6, 1);
 }
 
+// The channel's reading source over a fixed list.
+QRadio::SourceLectures lecteur(const Lus &lus)
+{
+    return [lus](int i, DonneesUDP *d) { return i < lus.size() && (*d = lus.at(i), true); };
+}
+
 QString lire(const QString &chemin)
 {
     QFile f(chemin);
@@ -173,7 +179,7 @@ private slots:
         QRadio radio("A1B2", 1);
         CaptureLog log;
         radio.ecrireLog("valeur nulle : 0", true, false);
-        QRadio::sourceLectures = [] { return Lus{lu("14.1:48.7", 0)}; };
+        QRadio::sourceLectures = lecteur(Lus{lu("14.1:48.7", 0)});
         QCOMPARE(radio.getMesureEnCours(), 48.7);
         Horloge::avancer(1800);
         QCOMPARE(radio.getMesureEnCours(), 48.7);
@@ -232,7 +238,7 @@ private slots:
     void radio()
     {
         const QString trace = col<QString>("trace");
-        QRadio::sourceLectures = [lus = col<Lus>("lus")] { return lus; };
+        QRadio::sourceLectures = lecteur(col<Lus>("lus"));
         QRadio r("A1B2", col<int>("numero"));
         r.estContact = col<bool>("contact");
         r.setEcrireLog(true);

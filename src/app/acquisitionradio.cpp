@@ -38,3 +38,8 @@ QList<DonneesUDP> AcquisitionRadio::LesDonneesUDP() const
 {
     return serveur.copieDonneesUDP();
 }
+
+bool AcquisitionRadio::LaDonneeUDP(int index, DonneesUDP *lecture) const
+{
+    return serveur.copieDonneeUDP(index, lecture);
+}

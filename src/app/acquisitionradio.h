@@ -46,6 +46,8 @@ public:
 
     // A copy of the last reading of each module.
     QList<DonneesUDP> LesDonneesUDP() const;
+    // One reading of that list, read afresh: false past its end.
+    bool LaDonneeUDP(int index, DonneesUDP *lecture) const;
     QString lireAdresseBR();
 
     // Sensor registry

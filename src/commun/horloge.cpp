@@ -16,9 +16,17 @@ QDateTime Horloge::maintenant()
     return QDateTime::currentDateTime();
 }
 
+QDateTime Horloge::maintenantUtc()
+{
+    if (figee.load())
+        return QDateTime::fromMSecsSinceEpoch(msFigees.load(), Qt::UTC);
+    return QDateTime::currentDateTimeUtc();
+}
+
 quint32 Horloge::maintenantSecondes()
 {
-    return static_cast<quint32>(maintenant().toSecsSinceEpoch());
+    const qint64 ms = figee.load() ? msFigees.load() : QDateTime::currentMSecsSinceEpoch();
+    return static_cast<quint32>(ms / 1000);
 }
 
 void Horloge::dormir(unsigned long secondes)

@@ -12,7 +12,12 @@ class Horloge
 public:
     Horloge() = delete;
 
+    // Local time, for the texts that show a date.
     static QDateTime maintenant();
+    // The same instant in UTC, for dates that are only ever turned into Unix
+    // seconds: each conversion of a local time runs the time-zone lookup,
+    // which reads /etc/localtime's status when TZ is unset.
+    static QDateTime maintenantUtc();
     // Unix seconds, unsigned 32-bit, as QDateTime::toTime_t gives them.
     static quint32 maintenantSecondes();
     static void dormir(unsigned long secondes);

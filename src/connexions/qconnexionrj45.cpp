@@ -2,6 +2,8 @@
 
 #include "commun/horloge.h"
 
+#include <QVector>
+
 // Taken on the real clock when the program's static data are set up: the
 // start-up grace period counts from the start of the process, not from the
 // creation of each connection.
@@ -88,25 +90,32 @@ void QConnexionRJ45::purgerAnciennesMesuresHistorique()
                   .arg(nbSecondesMaximumHistorique),
               false, false);
 
-    // Walked on a snapshot, newest first, so that removing from the live map
-    // cannot disturb the walk and the count keeps the newest entries.
-    const QMap<long, double> instantane = *historique;
+    // Walked newest first, so that the count keeps the newest entries; the
+    // purged keys are removed after the walk, which removing cannot disturb.
+    // A line per entry is only formatted when it is written: the history of
+    // a radio channel holds up to 1800 entries.
+    const bool journal = doitEcrireLog();
+    QVector<long> aPurger;
     int nbConserves = 0;
-    for (auto it = instantane.constEnd(); it != instantane.constBegin();) {
+    for (auto it = historique->constEnd(); it != historique->constBegin();) {
         --it;
         const long limite = static_cast<long>(static_cast<qint64>(Horloge::maintenantSecondes()) -
                                               static_cast<qint64>(nbSecondesMaximumHistorique));
-        ecrireLog(QStringLiteral("%1 (iter.key()) < %2 (tdiff) ?").arg(it.key()).arg(limite), false,
-                  false);
+        if (journal)
+            ecrireLog(QStringLiteral("%1 (iter.key()) < %2 (tdiff) ?").arg(it.key()).arg(limite),
+                      false, false);
         const bool tropAncienne = it.key() < limite;
         const bool tropNombreuses = nbValeursHistorique > 0 && nbConserves >= nbValeursHistorique;
         if (tropAncienne || tropNombreuses) {
-            ecrireLog(QStringLiteral("purge de la mesure !"), false, false);
-            historique->remove(it.key());
+            if (journal)
+                ecrireLog(QStringLiteral("purge de la mesure !"), false, false);
+            aPurger.append(it.key());
         } else {
             ++nbConserves;
         }
     }
+    for (const long cle : qAsConst(aPurger))
+        historique->remove(cle);
 }
 
 double QConnexionRJ45::getDerniereMesureHistorique()

@@ -10,15 +10,13 @@ const double QRadio::VALEUR_DEFAUT_GLOBAL = -55.0;
 QRadio::SourceLectures QRadio::sourceLectures;
 
 namespace {
-// The service's reading list as it stands now, as copies: the reception
-// thread frees its own records when a newer frame of the module arrives.
-QList<DonneesUDP> lecturesActuelles()
+// One record of the service's reading list as it stands now, as a copy: the
+// reception thread replaces a module's record when its next frame arrives.
+bool lectureActuelle(int index, DonneesUDP *lecture)
 {
     if (QRadio::sourceLectures)
-        return QRadio::sourceLectures();
-    if (!acq)
-        return {};
-    return acq->LesDonneesUDP();
+        return QRadio::sourceLectures(index, lecture);
+    return acq && acq->LaDonneeUDP(index, lecture);
 }
 } // namespace
 
@@ -41,13 +39,10 @@ double QRadio::getMesureEnCoursSousType()
 {
     const quint32 maintenant = Horloge::maintenantSecondes();
 
-    // The list is fetched again for each index so that a reading that
-    // arrives during the walk is still seen.
-    for (int i = 0;; ++i) {
-        const QList<DonneesUDP> lectures = lecturesActuelles();
-        if (i >= lectures.size())
-            break;
-        const DonneesUDP lecture = lectures.at(i);
+    // The list is read afresh at each index so that a reading that arrives
+    // during the walk is still seen.
+    DonneesUDP lecture;
+    for (int i = 0; lectureActuelle(i, &lecture); ++i) {
         if (lecture.module != adresseModule)
             continue;
 

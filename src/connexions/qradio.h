@@ -18,9 +18,10 @@ public:
     static const double VALEUR_DEFAUT_GLOBAL;
     static const int NB_SECONDE_VALIDITE_MESURE = 60;
 
-    // Where the readings come from: the service object's LesDonneesUDP() by
-    // default; tests put a list of their own in its place.
-    using SourceLectures = std::function<QList<DonneesUDP>()>;
+    // Where the readings come from: the reading at an index of the service
+    // object's list as it stands now, false past its end; tests put a reader
+    // of their own in its place.
+    using SourceLectures = std::function<bool(int index, DonneesUDP *lecture)>;
     static SourceLectures sourceLectures;
 
     QRadio(const QString &adresseModule, int numeroMesure);

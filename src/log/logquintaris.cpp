@@ -2,6 +2,8 @@
 
 #include "commun/horloge.h"
 
+#include <QMetaMethod>
+
 LogQuintaris::LigneLog::LigneLog(const QString &texte)
     : texte(texte)
     , dateHeure(Horloge::maintenant())
@@ -20,5 +22,9 @@ LogQuintaris::LogQuintaris(const QString &nom)
 
 void LogQuintaris::ecrireLog(const QString &texte)
 {
-    emit log(LigneLog(texte));
+    // Without a listener (no "-log") the emission reaches no one: the line is
+    // not even stamped, each local time costing a time-zone lookup.
+    static const QMetaMethod signalLog = QMetaMethod::fromSignal(&LogQuintaris::log);
+    if (isSignalConnected(signalLog))
+        emit log(LigneLog(texte));
 }

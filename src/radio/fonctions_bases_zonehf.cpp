@@ -86,7 +86,7 @@ void fonctions_bases::setModuleTaux(QString adresse, double taux_reception, doub
     const int n = nbSlots(zone);
     std::lock_guard<std::mutex> verrou(mutexZoneHF);
     for (int i = 0; i < n; ++i) {
-        if (lireSlot(zone, i).numeroTexte() != adresse)
+        if (!lireSlot(zone, i).aPourNumero(adresse))
             continue;
         // Only the two rates: the reception thread may be rewriting the rest
         // of the record at the same moment.

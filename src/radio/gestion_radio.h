@@ -3,6 +3,7 @@
 
 #include "radio/champs.h"
 
+#include <QString>
 #include <QtGlobal>
 
 #include <cstddef>
@@ -40,6 +41,11 @@ struct gestion_radio
     // Addresses are compared as Latin-1 text, as the main application writes them.
     QString numeroTexte() const { return QString::fromLatin1(numeroOctets()); }
     QString parentTexte() const { return QString::fromLatin1(parentOctets()); }
+    // The same comparison as numeroTexte() == adresse, without building the text.
+    bool aPourNumero(const QString &adresse) const
+    {
+        return QLatin1String(numero, static_cast<int>(qstrnlen(numero, LARGEUR_NUMERO))) == adresse;
+    }
 
     // A free slot: not present and no address. A removed module keeps its address.
     bool estLibre() const { return present == 0 && numero[0] == '\0'; }

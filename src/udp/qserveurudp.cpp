@@ -69,7 +69,8 @@ namespace {
 // block would be released by the reader outside the lock, and Qt checks the
 // sharing without a memory barrier before the reception thread grows the list
 // in place.
-template <typename T> QList<T> copieDetachee(const QList<T> &liste)
+template <typename T>
+QList<T> copieDetachee(const QList<T> &liste)
 {
     QList<T> copie = liste;
     copie.detach();
@@ -81,6 +82,15 @@ QList<DonneesUDP> QServeurUdp::copieDonneesUDP() const
 {
     std::lock_guard<std::mutex> verrou(mutexDonneesUDP);
     return copieDetachee(lesDonneesUDP);
+}
+
+bool QServeurUdp::copieDonneeUDP(int index, DonneesUDP *lecture) const
+{
+    std::lock_guard<std::mutex> verrou(mutexDonneesUDP);
+    if (index < 0 || index >= lesDonneesUDP.size())
+        return false;
+    *lecture = lesDonneesUDP.at(index);
+    return true;
 }
 
 QList<QServeurUdp::_info_trame> QServeurUdp::copieInfosTrame() const

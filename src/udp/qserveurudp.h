@@ -85,6 +85,9 @@ public:
     // Consistent copies of the lists the reception thread writes; the copies
     // stay valid whatever frames arrive afterwards.
     QList<DonneesUDP> copieDonneesUDP() const;
+    // A copy of the reading at `index` of the list as it stands now; false
+    // past its end.
+    bool copieDonneeUDP(int index, DonneesUDP *lecture) const;
     QList<_info_trame> copieInfosTrame() const;
 
     // The port the socket is bound to (0 while closed); the configured port

@@ -5,7 +5,7 @@
 
 void QServeurUdp::traiterDatagram(QByteArray datagramme)
 {
-    const QDateTime dateheure = Horloge::maintenant();
+    const QDateTime dateheure = Horloge::maintenantUtc();
     const QString trame = DecodeurTrame::texteDatagramme(datagramme);
 
     ecrireLog(QStringLiteral("début traiterDatagram : Trame UDP reçue : %1").arg(trame));

@@ -4,6 +4,7 @@
 #include "radio/fonctions_bases.h"
 #include "udp/sqltexte.h"
 
+#include <QHash>
 #include <QSqlError>
 #include <QSqlQuery>
 
@@ -26,60 +27,79 @@ int bornerEntier(double valeur)
     return static_cast<int>(qBound(static_cast<double>(std::numeric_limits<int>::min()), valeur,
                                    static_cast<double>(std::numeric_limits<int>::max())));
 }
+
+// The counts of one module's chain of frames, newest first.
+struct Chaine
+{
+    int ok = 0;
+    int err = 0;
+    double erru = 0.0;
+    double rankLogue = 0.0;
+    qint64 datePrecedente = 0;
+    QString parentPrecedent;
+    int trouves = 0;
+
+    // The newest frame only starts the chain: the time since it is not counted.
+    void ajouter(const QServeurUdp::_info_trame &info)
+    {
+        const qint64 date = info.dateheure.toSecsSinceEpoch();
+        if (trouves > 0) {
+            const qint64 ecart = datePrecedente - date;
+            if (ecart <= ECART_MAXIMUM_A_L_HEURE)
+                ok += 1;
+            else
+                err = bornerEntier(
+                    err +
+                    std::round(2.0 * (static_cast<double>(ecart) - ECART_NOMINAL) / ECART_NOMINAL));
+            if (info.parent != parentPrecedent)
+                erru += 1.0;
+            if (info.current_rank > 0)
+                erru += (info.current_rank / UNITE_RANK) * POIDS_RANK;
+        }
+        trouves += 1;
+        datePrecedente = date;
+        parentPrecedent = info.parent;
+        rankLogue = info.current_rank;
+    }
+};
 } // namespace
 
 void QServeurUdp::calculerTauxInfosTrames()
 {
     ecrireLog(QStringLiteral("début calculerTauxInfosTrames"));
     les_modules_radio *modules = fonctions_bases::getLesModulesRadio();
-    // The reception thread keeps appending: the walk runs on a copy.
-    const QList<_info_trame> infos = copieInfosTrame();
     if (modules) {
+        // Each module's chain depends only on its own frames: one walk of
+        // the history, newest first, feeds every present module's chain,
+        // instead of one walk per module.
+        QHash<QString, Chaine> chaines;
+        for (const gestion_radio &gr : modules->modules) {
+            if (gr.present != 0)
+                chaines.insert(gr.numeroTexte(), Chaine());
+        }
+        {
+            // Short enough to hold the reception thread's appends meanwhile.
+            std::lock_guard<std::mutex> verrou(mutexInfosTrame);
+            for (auto it = LesInfosTrame.crbegin(); it != LesInfosTrame.crend(); ++it) {
+                const auto chaine = chaines.find(it->module);
+                if (chaine != chaines.end())
+                    chaine->ajouter(*it);
+            }
+        }
+
         for (const gestion_radio &gr : modules->modules) {
             if (gr.present == 0)
                 continue;
             const QString numero = gr.numeroTexte();
-            int ok = 0;
-            int err = 0;
-            double erru = 0.0;
-            double rankLogue = 0.0;
-            qint64 datePrecedente = Horloge::maintenantSecondes();
-            QString parentPrecedent;
-            int trouves = 0;
-            // Newest first: the newest frame only starts the chain, the time
-            // since it is not counted.
-            for (auto it = infos.crbegin(); it != infos.crend(); ++it) {
-                const _info_trame &info = *it;
-                if (info.module != numero)
-                    continue;
-                const qint64 date = info.dateheure.toSecsSinceEpoch();
-                if (trouves > 0) {
-                    const qint64 ecart = datePrecedente - date;
-                    if (ecart <= ECART_MAXIMUM_A_L_HEURE)
-                        ok += 1;
-                    else
-                        err = bornerEntier(
-                            err + std::round(2.0 * (static_cast<double>(ecart) - ECART_NOMINAL) /
-                                             ECART_NOMINAL));
-                    if (info.parent != parentPrecedent)
-                        erru += 1.0;
-                    if (info.current_rank > 0)
-                        erru += (info.current_rank / UNITE_RANK) * POIDS_RANK;
-                }
-                trouves += 1;
-                datePrecedente = date;
-                parentPrecedent = info.parent;
-                rankLogue = info.current_rank;
-            }
-
+            const Chaine &c = *chaines.constFind(numero);
             const double taux_reception =
-                ok + err > 0 ? 100.0 * ok / static_cast<double>(ok + err) : -1.0;
-            const double total = ok + erru + err;
-            const double taux_utilisation = total > 0 ? 100.0 - 100.0 * ok / total : -1.0;
+                c.ok + c.err > 0 ? 100.0 * c.ok / static_cast<double>(c.ok + c.err) : -1.0;
+            const double total = c.ok + c.erru + c.err;
+            const double taux_utilisation = total > 0 ? 100.0 - 100.0 * c.ok / total : -1.0;
 
             ecrireLog(QStringLiteral("%1 current_rank=%2 err=%3 erru=%4 ok=%5 taux_utilisation=%6")
-                          .arg(numero, texteDouble(rankLogue), QString::number(err),
-                               texteDouble(erru), QString::number(ok),
+                          .arg(numero, texteDouble(c.rankLogue), QString::number(c.err),
+                               texteDouble(c.erru), QString::number(c.ok),
                                texteDouble(taux_utilisation)));
             fonctions_bases::setModuleTaux(numero, taux_reception, taux_utilisation);
         }

@@ -65,7 +65,7 @@ struct Candidats
 // module's most recent frame. A module heard within the limit leaves `dejaNommes`
 // so that it can be named again the next time it falls silent. Without a
 // snapshot of the table there is nothing to scan and no one is named.
-Candidats chercherModulesSilencieux(const QList<QServeurUdp::_info_trame> &infos, quint32 limite,
+Candidats chercherModulesSilencieux(const QHash<QString, quint32> &derniereTrame, quint32 limite,
                                     QStringList &dejaNommes)
 {
     Candidats candidats;
@@ -73,11 +73,6 @@ Candidats chercherModulesSilencieux(const QList<QServeurUdp::_info_trame> &infos
         fonctions_bases::getLesModulesRadio());
     if (!table)
         return candidats;
-
-    // The list is oldest first, so the last date kept for a module is its newest.
-    QHash<QString, quint32> derniereTrame;
-    for (const QServeurUdp::_info_trame &info : infos)
-        derniereTrame.insert(info.module, secondes(info.dateheure));
 
     const quint32 instant = maintenant();
     for (const gestion_radio &slot : table->modules) {
@@ -141,12 +136,22 @@ void QServeurUdp::verifierSiBesoinRepairBr()
             *date = instant;
     }
 
-    // The reception thread keeps appending: decide on one consistent copy.
-    const QList<_info_trame> infos = copieInfosTrame();
+    // The reception thread keeps appending: every decision below is taken on
+    // the history as it stood at this one moment.
+    bool aucuneTrame = true;
+    quint32 dateDerniereTrame = 0;
+    QHash<QString, quint32> derniereTrame; // each module's most recent frame
+    {
+        std::lock_guard<std::mutex> verrou(mutexInfosTrame);
+        aucuneTrame = LesInfosTrame.isEmpty();
+        if (!aucuneTrame)
+            dateDerniereTrame = secondes(LesInfosTrame.constLast().dateheure);
+        // Oldest first, so the last date kept for a module is its newest.
+        for (const _info_trame &info : qAsConst(LesInfosTrame))
+            derniereTrame.insert(info.module, secondes(info.dateheure));
+    }
 
-    const bool aucuneTrame = infos.isEmpty();
-    const quint32 ageDerniereTrame =
-        aucuneTrame ? 0 : maintenant() - secondes(infos.constLast().dateheure);
+    const quint32 ageDerniereTrame = aucuneTrame ? 0 : maintenant() - dateDerniereTrame;
     if ((aucuneTrame || ageDerniereTrame > DELAI_TUNSLIP6) &&
         maintenant() - dateDernierRestartTunslip6 > DELAI_TUNSLIP6) {
         if (aucuneTrame)
@@ -169,7 +174,7 @@ void QServeurUdp::verifierSiBesoinRepairBr()
 
     if (maintenant() - dateDernierResetBr > DELAI_RESET_BR) {
         const Candidats candidats =
-            chercherModulesSilencieux(infos, DELAI_RESET_BR, modulesResetBr);
+            chercherModulesSilencieux(derniereTrame, DELAI_RESET_BR, modulesResetBr);
         if (!candidats.estVide()) {
             ecrireLog(QStringLiteral("RESET BR : Modules concernés : %1 (>%2s)")
                           .arg(candidats.texte(), QString::number(DELAI_RESET_BR)),
@@ -186,7 +191,8 @@ void QServeurUdp::verifierSiBesoinRepairBr()
         ecrireLog(QStringLiteral("fin verifierSiBesoinRepairBr"));
         return;
     }
-    const Candidats candidats = chercherModulesSilencieux(infos, DELAI_REPAIR_BR, modulesRepairBr);
+    const Candidats candidats =
+        chercherModulesSilencieux(derniereTrame, DELAI_REPAIR_BR, modulesRepairBr);
     if (candidats.estVide()) {
         ecrireLog(QStringLiteral("fin verifierSiBesoinRepairBr"));
         return;
