@@ -146,15 +146,27 @@ qint64 DaemonBanc::pertesNoyau() const
     return -1;
 }
 
-qint64 DaemonBanc::vmRssKio() const
+qint64 DaemonBanc::statusKio(const QByteArray &champ) const
 {
     const QList<QByteArray> lignesStatus =
         lireFichier(QStringLiteral("/proc/%1/status").arg(processus.processId())).split('\n');
     for (const QByteArray &ligne : lignesStatus) {
-        if (ligne.startsWith("VmRSS:"))
+        if (ligne.startsWith(champ + ':'))
             return ligne.simplified().split(' ').value(1).toLongLong();
     }
     return -1;
+}
+
+double DaemonBanc::cpuSecondes() const
+{
+    // Fields 14 and 15 of /proc/<pid>/stat, counted after the command's
+    // closing parenthesis, which may itself hold spaces.
+    const QByteArray stat = lireFichier(QStringLiteral("/proc/%1/stat").arg(processus.processId()));
+    const QList<QByteArray> champs = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    if (champs.size() < 13)
+        return -1;
+    const double tic = static_cast<double>(sysconf(_SC_CLK_TCK));
+    return (champs.at(11).toDouble() + champs.at(12).toDouble()) / tic;
 }
 
 bool DaemonBanc::envoyerUne()

@@ -43,8 +43,11 @@ public:
     qint64 lignes() const;
     // The drops column of /proc/net/udp6 for the daemon's socket, or -1.
     qint64 pertesNoyau() const;
-    // VmRSS of /proc/<pid>/status, in KiB, or -1.
-    qint64 vmRssKio() const;
+    // A size of /proc/<pid>/status ("VmRSS", "RssAnon", "RssFile"...), in
+    // KiB, or -1.
+    qint64 statusKio(const QByteArray &champ = "VmRSS") const;
+    // User and system CPU time the daemon has used, in seconds, or -1.
+    double cpuSecondes() const;
 
     // Frames of the 100 modules in turn, paced evenly; returns how many left.
     qint64 envoyer(double parSeconde, double secondes);

@@ -36,26 +36,32 @@ QString nombre(double v, int decimales = 0)
 struct Palier
 {
     qint64 envoyees = 0, perdues = 0, pertesNoyau = 0, retard = 0;
+    double cpuMsParTrame = 0;
     bool tenu = false;
 
     Palier(DaemonBanc &daemon, double parSeconde, double secondes)
     {
         const qint64 avant = daemon.lignes();
         const qint64 pertesAvant = daemon.pertesNoyau();
+        const double cpuAvant = daemon.cpuSecondes();
         envoyees = daemon.envoyer(parSeconde, secondes);
         retard = avant + envoyees - daemon.lignes();
         perdues = avant + envoyees - daemon.attendreLignes(avant + envoyees);
         pertesNoyau = daemon.pertesNoyau() - pertesAvant;
+        if (envoyees > 0)
+            cpuMsParTrame = 1000 * (daemon.cpuSecondes() - cpuAvant) / envoyees;
         tenu = perdues == 0 && pertesNoyau == 0 && retard <= qMax(8.0, parSeconde / 4) &&
                !interrompu();
     }
     QString texte() const
     {
-        return QStringLiteral("sent %1, lost %2, kernel drops %3, behind at the end %4")
+        return QStringLiteral("sent %1, lost %2, kernel drops %3, behind at the end %4, CPU "
+                              "%5 ms/frame")
             .arg(envoyees)
             .arg(perdues)
             .arg(pertesNoyau)
-            .arg(retard);
+            .arg(retard)
+            .arg(cpuMsParTrame, 0, 'f', 2);
     }
 };
 
@@ -74,9 +80,10 @@ void mesurerDebit(const Reglages &r, Tableau &tableau)
     QTemporaryDir dossier; // on the disk of the daemon's sandbox
     const auto rejouer = [&](const QString &nom) {
         const Rejeu::Resultat rejeu = Rejeu::mesurer(dossier.filePath(nom), r.secondesRejeu);
-        progres(QStringLiteral("replay: %1 frames in %2 s %3")
+        progres(QStringLiteral("replay: %1 frames in %2 s, CPU %3 ms/frame %4")
                     .arg(rejeu.trames)
                     .arg(rejeu.secondes, 0, 'f', 1)
+                    .arg(rejeu.cpuMsParTrame(), 0, 'f', 2)
                     .arg(rejeu.erreur));
         return rejeu;
     };
@@ -191,16 +198,21 @@ void mesurerMemoire(const Reglages &r, Tableau &tableau)
     const qint64 pertesAvant = daemon.pertesNoyau();
     qint64 envoyees = daemon.envoyer(debit, fenetre + 2 * r.periodeMemoire + 2);
     daemon.attendreLignes(avant + envoyees);
-    const qint64 rssDebut = daemon.vmRssKio();
+    const qint64 rssDebut = daemon.statusKio();
+    const qint64 anonDebut = daemon.statusKio("RssAnon");
 
     envoyees += daemon.envoyer(debit, r.tramesMemoire / debit);
     const qint64 perdues = avant + envoyees - daemon.attendreLignes(avant + envoyees);
     QThread::sleep(static_cast<unsigned long>(r.periodeMemoire) + 1); // one more cycle
-    const qint64 rssFin = daemon.vmRssKio();
-    progres(QStringLiteral("VmRSS %1 KiB after warm-up, %2 KiB at the end; %3 of %4 frames "
-                           "lost, kernel drops %5")
+    const qint64 rssFin = daemon.statusKio();
+    // Anonymous pages are the heap; the rest is mostly code and data of the
+    // libraries, mapped as it is first used.
+    progres(QStringLiteral("VmRSS %1 KiB after warm-up (RssAnon %2), %3 KiB at the end (RssAnon "
+                           "%4); %5 of %6 frames lost, kernel drops %7")
                 .arg(rssDebut)
+                .arg(anonDebut)
                 .arg(rssFin)
+                .arg(daemon.statusKio("RssAnon"))
                 .arg(perdues)
                 .arg(envoyees)
                 .arg(daemon.pertesNoyau() - pertesAvant));

@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 
 #include <sqlite3.h>
+#include <time.h>
 
 namespace {
 
@@ -91,6 +92,13 @@ QString rejouerTrame(const QByteArray &chemin, quint32 n, quint32 date)
                : QStringLiteral("insert into mesures_hf: %1").arg(sqlite3_errstr(code));
 }
 
+double cpuFil()
+{
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
+}
+
 } // namespace
 
 Rejeu::Resultat Rejeu::mesurer(const QString &fichier, double secondes)
@@ -109,6 +117,7 @@ Rejeu::Resultat Rejeu::mesurer(const QString &fichier, double secondes)
     // them known and update them.
     for (; n < Reseau::NB_MODULES && r.erreur.isEmpty(); ++n)
         r.erreur = rejouerTrame(chemin, n, date);
+    const double cpuAvant = cpuFil();
     QElapsedTimer chrono;
     chrono.start();
     for (; chrono.elapsed() < secondes * 1000 && r.erreur.isEmpty() && !interrompu(); ++n) {
@@ -116,5 +125,6 @@ Rejeu::Resultat Rejeu::mesurer(const QString &fichier, double secondes)
         r.trames += r.erreur.isEmpty() ? 1 : 0;
     }
     r.secondes = chrono.nsecsElapsed() / 1e9;
+    r.cpuSecondes = cpuFil() - cpuAvant;
     return r;
 }

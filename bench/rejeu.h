@@ -16,8 +16,10 @@ public:
     {
         qint64 trames = 0;
         double secondes = 0.0;
-        QString erreur; // set when a statement failed in an unexpected way
+        double cpuSecondes = 0.0; // this thread's user and system time meanwhile
+        QString erreur;           // set when a statement failed in an unexpected way
         double parSeconde() const { return secondes > 0 ? trames / secondes : 0.0; }
+        double cpuMsParTrame() const { return trames > 0 ? 1000 * cpuSecondes / trames : 0.0; }
     };
 
     // Replays frames of the bench's 100 modules, round robin, for `secondes`

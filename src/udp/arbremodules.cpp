@@ -1,5 +1,6 @@
 #include "udp/arbremodules.h"
 
+#include <QHash>
 #include <QVector>
 
 const QString ArbreModules::NOM_RACINE = QStringLiteral("iTessalin");
@@ -18,12 +19,26 @@ ArbreModules::ArbreModules(const les_modules_radio *table)
         }
     }
 
+    // Who holds each address and who names it as parent, in list order: the
+    // tree is rebuilt at every frame, and pairwise scans of a full table would
+    // cost ten thousand comparisons each time.
+    QHash<QString, int> nbParAdresse;
+    QHash<QString, QVector<int>> enfantsDe;
+    for (int j = 0; j < lesModules.size(); ++j) {
+        ++nbParAdresse[lesModules.at(j).module];
+        enfantsDe[lesModules.at(j).parent].append(j);
+    }
+
     // A pair naming each other as parent counts only as parents of each other.
     for (_module &m : lesModules) {
-        for (const _module &n : qAsConst(lesModules)) {
-            if (m.module != n.module && m.parent == n.module)
-                ++m.nb_parents;
-            else if (m.module != n.module && n.parent == m.module)
+        if (m.parent != m.module)
+            m.nb_parents = nbParAdresse.value(m.parent);
+        const auto enfants = enfantsDe.constFind(m.module);
+        if (enfants == enfantsDe.constEnd())
+            continue;
+        for (const int j : *enfants) {
+            const _module &n = lesModules.at(j);
+            if (n.module != m.module && n.module != m.parent)
                 ++m.nb_enfants;
         }
     }
@@ -43,15 +58,25 @@ ArbreModules::ArbreModules(const les_modules_radio *table)
         // would multiply at every turn of a loop between duplicated addresses.
         QList<_module> niveau;
         QVector<bool> pris(lesModules.size(), false);
-        for (const _module &e : qAsConst(lesNiveaux.at(i))) {
+        const auto prendre = [&](int j) {
+            if (!pris.at(j)) {
+                pris[j] = true;
+                niveau.append(lesModules.at(j));
+            }
+        };
+        if (i == 0) {
             for (int j = 0; j < lesModules.size(); ++j) {
-                const _module &n = lesModules.at(j);
-                const bool sousE =
-                    i == 0 ? n.nb_parents == 0
-                           : n.nb_parents > 0 && !e.module.isEmpty() && n.parent == e.module;
-                if (sousE && !pris.at(j)) {
-                    pris[j] = true;
-                    niveau.append(n);
+                if (lesModules.at(j).nb_parents == 0)
+                    prendre(j);
+            }
+        } else {
+            for (const _module &e : qAsConst(lesNiveaux.at(i))) {
+                const auto enfants = enfantsDe.constFind(e.module);
+                if (e.module.isEmpty() || enfants == enfantsDe.constEnd())
+                    continue;
+                for (const int j : *enfants) {
+                    if (lesModules.at(j).nb_parents > 0)
+                        prendre(j);
                 }
             }
         }

@@ -101,6 +101,21 @@ QList<QServeurUdp::_info_trame> QServeurUdp::copieInfosTrame() const
 
 void QServeurUdp::ajouterInfoTrame(const _info_trame &info)
 {
+    // An hour of history holds the same hundred addresses thousands of times:
+    // a new entry shares the texts of its module's previous entry, found
+    // among the last frames, instead of keeping copies of its own.
+    const int PROFONDEUR_RECHERCHE = 200;
+    _info_trame entree = info;
     std::lock_guard<std::mutex> verrou(mutexInfosTrame);
-    LesInfosTrame.append(info);
+    const int fin = qMax(0, LesInfosTrame.size() - PROFONDEUR_RECHERCHE);
+    for (int i = LesInfosTrame.size() - 1; i >= fin; --i) {
+        const _info_trame &precedente = LesInfosTrame.at(i);
+        if (precedente.module != entree.module)
+            continue;
+        entree.module = precedente.module;
+        if (precedente.parent == entree.parent)
+            entree.parent = precedente.parent;
+        break;
+    }
+    LesInfosTrame.append(entree);
 }

@@ -9,6 +9,9 @@
 #include <QSqlQuery>
 
 #include <cmath>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 #include <cstdlib>
 #include <limits>
 
@@ -149,17 +152,29 @@ void QServeurUdp::enregistrerTaux()
 
 void QServeurUdp::supprimerAnciennesInfosTrames()
 {
-    std::lock_guard<std::mutex> verrou(mutexInfosTrame);
-    ecrireLog(QStringLiteral("début supprimerAnciennesInfosTrames (taille=%1)")
-                  .arg(LesInfosTrame.size()));
-    // The whole list is visited, newest first: the list is kept in arrival
-    // order, but the frames' own times need not be.
-    for (int j = LesInfosTrame.size() - 1; j >= 0; --j) {
-        const qint64 limite =
-            static_cast<qint64>(Horloge::maintenantSecondes()) - dureeConservationInfosTrames;
-        if (LesInfosTrame.at(j).dateheure.toSecsSinceEpoch() < limite)
-            LesInfosTrame.removeAt(j);
+    bool retirees = false;
+    {
+        std::lock_guard<std::mutex> verrou(mutexInfosTrame);
+        ecrireLog(QStringLiteral("début supprimerAnciennesInfosTrames (taille=%1)")
+                      .arg(LesInfosTrame.size()));
+        // The whole list is visited, newest first: the list is kept in arrival
+        // order, but the frames' own times need not be.
+        for (int j = LesInfosTrame.size() - 1; j >= 0; --j) {
+            const qint64 limite =
+                static_cast<qint64>(Horloge::maintenantSecondes()) - dureeConservationInfosTrames;
+            if (LesInfosTrame.at(j).dateheure.toSecsSinceEpoch() < limite) {
+                LesInfosTrame.removeAt(j);
+                retirees = true;
+            }
+        }
+        ecrireLog(QStringLiteral("fin supprimerAnciennesInfosTrames (taille=%1)")
+                      .arg(LesInfosTrame.size()));
     }
-    ecrireLog(
-        QStringLiteral("fin supprimerAnciennesInfosTrames (taille=%1)").arg(LesInfosTrame.size()));
+#ifdef __GLIBC__
+    // The freed entries lie between live ones all over the heap: without
+    // this, the allocator keeps their pages and the daemon's resident size
+    // creeps up over months of frames.
+    if (retirees)
+        malloc_trim(0);
+#endif
 }
