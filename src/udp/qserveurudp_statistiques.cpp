@@ -9,11 +9,11 @@
 #include <QSqlQuery>
 
 #include <cmath>
+#include <cstdlib>
+#include <limits>
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
-#include <cstdlib>
-#include <limits>
 
 namespace {
 // A module sends a frame every 45 s; up to 63 s the frame counts as on time.
