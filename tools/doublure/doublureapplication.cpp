@@ -1,9 +1,6 @@
 #include "doublureapplication.h"
 
-#include "radio/demande_enregistrement.h"
-#include "radio/etat.h"
-#include "radio/la_config_voies.h"
-#include "radio/le_tessalin.h"
+#include "cleqt.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -14,16 +11,48 @@
 #include <QVariant>
 
 #include <cstring>
+#include <sys/shm.h>
 
 namespace {
+// The main application's records, byte for byte.
 const QString ZONE_HF = QStringLiteral("Zone_HF");
-const QString DEMANDE = QString::fromLatin1(Demande_enregistrement::CLE);
-const QString VOIES = QString::fromLatin1(La_config_voies::CLE);
-const QString TESSALIN = QString::fromLatin1(Le_Tessalin::CLE);
-const QString ETAT = QString::fromLatin1(Etat::CLE);
+const QString DEMANDE = QStringLiteral("Demande_enreg");
+const QString VOIES = QStringLiteral("Config_Voies_iTessalin");
+const QString TESSALIN = QStringLiteral("Config_iTessalin");
+const QString ETAT = QStringLiteral("Etat_iTessalin");
+
+const int TAILLE_MODULE = 216, NB_MODULES = 100;
+const int TAILLE_DEMANDE = 82;
+const int TAILLE_VOIE = 464, VOIE_TYPE = 32, VOIE_OFFSET = 96, VOIE_NUMERO = 112,
+          VOIE_ADRESSE = 344;
+const int TAILLE_TESSALIN = 1174, TESSALIN_NB_VOIES = 96, TESSALIN_ADRESSE_BR = 1124,
+          LARGEUR_ADRESSE_BR = 50;
+const int ETAT_MESURES = 8;
+
+int offsetMesure(int voie)
+{
+    return ETAT_MESURES + 8 * voie;
+}
+
+template <typename T>
+void ecrire(uchar *champ, T valeur)
+{
+    if (champ)
+        std::memcpy(champ, &valeur, sizeof valeur);
+}
+template <typename T>
+T lire(const uchar *champ)
+{
+    T valeur{};
+    if (champ)
+        std::memcpy(&valeur, champ, sizeof valeur);
+    return valeur;
+}
 } // namespace
 
-DoublureApplication::DoublureApplication() = default;
+DoublureApplication::DoublureApplication(Maintien maintien)
+    : mode(maintien)
+{}
 
 DoublureApplication::~DoublureApplication() = default;
 
@@ -35,15 +64,15 @@ QStringList DoublureApplication::cles()
 int DoublureApplication::tailleZone(const QString &cle)
 {
     if (cle == ZONE_HF)
-        return static_cast<int>(sizeof(les_modules_radio));
+        return NB_MODULES * TAILLE_MODULE;
     if (cle == DEMANDE)
-        return Demande_enregistrement::TAILLE_MINIMUM;
+        return TAILLE_DEMANDE;
     if (cle == VOIES)
-        return La_config_voies::tailleZone(NB_VOIES);
+        return (NB_VOIES + 1) * TAILLE_VOIE;
     if (cle == TESSALIN)
-        return Le_Tessalin::TAILLE_MINIMUM;
+        return TAILLE_TESSALIN;
     if (cle == ETAT)
-        return Etat::tailleZone(NB_VOIES);
+        return offsetMesure(NB_VOIES + 1);
     return 0;
 }
 
@@ -57,40 +86,31 @@ bool DoublureApplication::creerZones(QString *erreur)
     return true;
 }
 
-bool DoublureApplication::creerZone(const QString &cle, QString *erreur)
+bool DoublureApplication::creerZone(const QString &cle, QString *erreur, int taille, bool attachee)
 {
-    const int taille = tailleZone(cle);
-    if (taille == 0) {
+    if (taille == 0)
+        taille = tailleZone(cle);
+    if (taille <= 0) {
         if (erreur)
             *erreur = QStringLiteral("unknown segment %1").arg(cle);
         return false;
     }
-    auto zone = std::make_shared<QSharedMemory>(cle);
-    if (!zone->create(taille)) {
-        // A segment left behind by a process that died: take it over.
-        if (zone->error() != QSharedMemory::AlreadyExists || !zone->attach()) {
-            if (erreur)
-                *erreur = QStringLiteral("%1: %2").arg(cle, zone->errorString());
-            return false;
-        }
-        // Too small to be ours: left by another program under a system key
-        // that happens to be this one. Detaching removes it when nobody else
-        // is attached, and ours can then be made.
-        if (zone->size() < taille) {
-            const int tailleTrouvee = zone->size();
-            zone->detach();
-            if (!zone->create(taille)) {
-                if (erreur)
-                    *erreur = QStringLiteral("%1: a segment of %2 bytes is in the way: %3")
-                                  .arg(cle)
-                                  .arg(tailleTrouvee)
-                                  .arg(zone->errorString());
-                return false;
-            }
-        }
-    }
-    std::memset(zone->data(), 0, static_cast<size_t>(taille));
+    zones.remove(cle);
+    std::shared_ptr<ZoneTenue> zone = ZoneTenue::creer(mode, cle, taille, attachee, erreur);
+    if (!zone)
+        return false;
+    if (zone->octets())
+        std::memset(zone->octets(), 0, static_cast<size_t>(zone->tailleMappee()));
     zones.insert(cle, zone);
+    return true;
+}
+
+bool DoublureApplication::attacherZone(const QString &cle, QString *erreur)
+{
+    const auto zone = zones.value(cle);
+    if (!zone || !zone->attacher(erreur))
+        return false;
+    std::memset(zone->octets(), 0, static_cast<size_t>(zone->tailleMappee()));
     return true;
 }
 
@@ -104,97 +124,122 @@ bool DoublureApplication::zonePresente(const QString &cle) const
     return zones.contains(cle);
 }
 
+bool DoublureApplication::zoneExiste(const QString &cle)
+{
+    const key_t clef = CleQt::cleSystemeV(cle);
+    return clef != -1 && ::shmget(clef, 0, 0) >= 0;
+}
+
 uchar *DoublureApplication::donnees(const QString &cle)
 {
     const auto zone = zones.value(cle);
-    return zone ? static_cast<uchar *>(zone->data()) : nullptr;
+    return zone ? zone->octets() : nullptr;
 }
 
 const uchar *DoublureApplication::donnees(const QString &cle) const
 {
     const auto zone = zones.value(cle);
-    return zone ? static_cast<const uchar *>(zone->constData()) : nullptr;
+    return zone ? zone->octets() : nullptr;
+}
+
+int DoublureApplication::tailleReelle(const QString &cle) const
+{
+    const auto zone = zones.value(cle);
+    return zone ? zone->taille() : 0;
+}
+
+int DoublureApplication::tailleMappee(const QString &cle) const
+{
+    const auto zone = zones.value(cle);
+    return zone && zone->octets() ? zone->tailleMappee() : 0;
+}
+
+uchar *DoublureApplication::champ(const QString &cle, int offset, int largeur)
+{
+    uchar *zone = donnees(cle);
+    return zone && offset >= 0 && offset + largeur <= tailleReelle(cle) ? zone + offset : nullptr;
+}
+
+const uchar *DoublureApplication::champ(const QString &cle, int offset, int largeur) const
+{
+    const uchar *zone = donnees(cle);
+    return zone && offset >= 0 && offset + largeur <= tailleReelle(cle) ? zone + offset : nullptr;
 }
 
 void DoublureApplication::ecrireVoie(int voie, int type, const QByteArray &adresse, int numero,
                                      double offset)
 {
-    uchar *zone = donnees(VOIES);
-    if (!zone || voie < 0 || voie > NB_VOIES)
+    uchar *record = champ(VOIES, voie * TAILLE_VOIE, TAILLE_VOIE);
+    if (!record || voie < 0)
         return;
-    La_config_voies record = La_config_voies::depuis(zone, voie);
-    record.setType(type);
-    record.setAdresse(adresse);
-    record.setNumero(numero);
-    record.setOffset(offset);
-    record.ecrireDans(zone, voie);
+    ecrire<qint32>(record + VOIE_TYPE, type);
+    ecrire<double>(record + VOIE_OFFSET, offset);
+    ecrire<qint32>(record + VOIE_NUMERO, numero);
+    // NUL-terminated, and never past the record.
+    const int largeur = TAILLE_VOIE - VOIE_ADRESSE;
+    std::memset(record + VOIE_ADRESSE, 0, largeur);
+    std::memcpy(record + VOIE_ADRESSE, adresse.constData(), qMin(adresse.size(), largeur - 1));
 }
 
 void DoublureApplication::effacerVoie(int voie)
 {
-    uchar *zone = donnees(VOIES);
-    if (!zone || voie < 0 || voie > NB_VOIES)
-        return;
-    std::memset(zone + La_config_voies::debutVoie(voie), 0, La_config_voies::TAILLE);
+    if (uchar *record = champ(VOIES, voie * TAILLE_VOIE, TAILLE_VOIE))
+        std::memset(record, 0, TAILLE_VOIE);
 }
 
 void DoublureApplication::setNbVoiesPubliees(int nb)
 {
-    if (uchar *zone = donnees(TESSALIN))
-        Le_Tessalin::setNb_voies(zone, nb);
+    ecrire<qint32>(champ(TESSALIN, TESSALIN_NB_VOIES, 4), nb);
 }
 
 QByteArray DoublureApplication::adresseBR() const
 {
-    const uchar *zone = donnees(TESSALIN);
-    return zone ? Le_Tessalin::adresse_br(zone) : QByteArray();
+    const auto *c =
+        reinterpret_cast<const char *>(champ(TESSALIN, TESSALIN_ADRESSE_BR, LARGEUR_ADRESSE_BR));
+    return c ? QByteArray(c, static_cast<int>(qstrnlen(c, LARGEUR_ADRESSE_BR))) : QByteArray();
 }
 
 void DoublureApplication::setAdresseBR(const QByteArray &adresse)
 {
-    if (uchar *zone = donnees(TESSALIN))
-        Le_Tessalin::setAdresse_br(zone, adresse, Le_Tessalin::LARGEUR_ADRESSE_BR);
+    if (uchar *c = champ(TESSALIN, TESSALIN_ADRESSE_BR, LARGEUR_ADRESSE_BR)) {
+        std::memset(c, 0, LARGEUR_ADRESSE_BR);
+        std::memcpy(c, adresse.constData(), qMin(adresse.size(), LARGEUR_ADRESSE_BR));
+    }
 }
 
 double DoublureApplication::mesure(int voie) const
 {
-    const uchar *zone = donnees(ETAT);
-    return zone && voie >= 0 && voie <= NB_VOIES ? Etat::mesure(zone, voie) : 0.0;
+    return voie < 0 ? 0.0 : lire<double>(champ(ETAT, offsetMesure(voie), 8));
 }
 
 void DoublureApplication::setMesure(int voie, double valeur)
 {
-    uchar *zone = donnees(ETAT);
-    if (zone && voie >= 0 && voie <= NB_VOIES)
-        Etat::setMesure(zone, voie, valeur);
+    if (voie >= 0)
+        ecrire<double>(champ(ETAT, offsetMesure(voie), 8), valeur);
 }
 
 uchar DoublureApplication::octetDemande(int offset) const
 {
-    const uchar *zone = donnees(DEMANDE);
-    return zone && offset >= 0 && offset < Demande_enregistrement::TAILLE_MINIMUM ? zone[offset]
-                                                                                  : 0;
+    return lire<uchar>(champ(DEMANDE, offset, 1));
 }
 
 void DoublureApplication::setOctetDemande(int offset, uchar valeur)
 {
-    uchar *zone = donnees(DEMANDE);
-    if (zone && offset >= 0 && offset < Demande_enregistrement::TAILLE_MINIMUM)
-        zone[offset] = valeur;
+    ecrire<uchar>(champ(DEMANDE, offset, 1), valeur);
 }
 
 QByteArray DoublureApplication::octetsZoneHF() const
 {
-    const uchar *zone = donnees(ZONE_HF);
-    return zone ? QByteArray(reinterpret_cast<const char *>(zone), sizeof(les_modules_radio))
+    const uchar *zone = champ(ZONE_HF, 0, NB_MODULES * TAILLE_MODULE);
+    return zone ? QByteArray(reinterpret_cast<const char *>(zone), NB_MODULES * TAILLE_MODULE)
                 : QByteArray();
 }
 
 void DoublureApplication::ecrireModule(int slot, const gestion_radio &module)
 {
-    uchar *zone = donnees(ZONE_HF);
-    if (zone && slot >= 0 && slot < les_modules_radio::NB_MODULES)
-        std::memcpy(zone + slot * sizeof(gestion_radio), &module, sizeof(gestion_radio));
+    static_assert(sizeof module == TAILLE_MODULE, "a module record is 216 bytes");
+    if (uchar *record = slot >= 0 ? champ(ZONE_HF, slot * TAILLE_MODULE, TAILLE_MODULE) : nullptr)
+        std::memcpy(record, &module, sizeof module);
 }
 
 bool DoublureApplication::creerBaseAppareil(const QString &chemin, const QStringList &typesVoies,
