@@ -7,17 +7,27 @@
 #include "doublureapplication.h"
 
 #include <algorithm>
+#include <chrono>
+#include <future>
 #include <memory>
+#include <thread>
 
 namespace {
 const QByteArray MODULE_A = "00000011"; // channel 1; channel 2's, 00000012, speaks once
 const QString ADRESSE_BR = QStringLiteral("/root/br_itessalin.txt");
 
-// The probe's own detach removes the segment when nobody else holds it.
-bool existe(const QString &cle)
+// A Qt program attaching by name, as the main application would: it waits on
+// the name's semaphore, so a semaphore left at 0 shows as a wait that never ends.
+bool qtPeutAttacher(const QString &cle)
 {
-    QSharedMemory sonde(cle);
-    return sonde.attach(QSharedMemory::ReadOnly);
+    auto issue = std::make_shared<std::promise<bool>>();
+    std::future<bool> resultat = issue->get_future();
+    std::thread([cle, issue] {
+        QSharedMemory zone(cle);
+        issue->set_value(zone.attach(QSharedMemory::ReadOnly));
+    }).detach(); // left behind if it hangs: the process ends all the same
+    return resultat.wait_for(std::chrono::seconds(10)) == std::future_status::ready &&
+           resultat.get();
 }
 } // namespace
 
@@ -125,7 +135,9 @@ private slots:
         const bool enMarche = QTest::currentDataTag() == QByteArray("redemarrage");
         QFETCH(QStringList, attendus);
         QFETCH(QStringList, interdits);
-        const auto aucun = [&] { return std::none_of(absents.cbegin(), absents.cend(), existe); };
+        const auto aucun = [&] {
+            return std::none_of(absents.cbegin(), absents.cend(), DoublureApplication::zoneExiste);
+        };
         QVERIFY(preparer(enMarche ? QStringList() : absents));
         doublure->setAdresseBR("fd00::9\n");
         daemon.demarrer(*bac, {"-periode", "1", "-log"});
@@ -154,6 +166,130 @@ private slots:
         QVERIFY(daemon.compter("fin recuperer_mesures") >=
                 daemon.compter("début recuperer_mesures") - 1);
         QVERIFY(daemon.enMarche());
+    }
+
+    void chargeDesDeuxFils_data()
+    {
+        QTest::addColumn<int>("maintien");
+        QTest::newRow("System V") << int(DoublureApplication::Maintien::SystemeV);
+        QTest::newRow("Qt") << int(DoublureApplication::Maintien::Qt);
+    }
+    // A minute of frames as fast as the disk takes them, 64 radio channels on
+    // 100 modules and a cycle every second: both threads attach "Zone_HF"
+    // hundreds of times a second. The service must come out of it working,
+    // and leave the main application able to attach every segment.
+    void chargeDesDeuxFils()
+    {
+        QFETCH(int, maintien);
+        emetteur.stop();
+        // On tmpfs, frames are stored as fast as the daemon can work, not as
+        // slowly as a disk shared with other jobs lets it.
+        doublure.reset();
+        const QByteArray tmpdir = qgetenv("TMPDIR");
+        qputenv("TMPDIR", "/dev/shm");
+        bac = std::make_unique<BacASable>();
+        qputenv("TMPDIR", tmpdir);
+        QVERIFY(bac->estValide());
+        bac->activer(0);
+        QVERIFY(DoublureApplication::creerBaseAppareil(bac->chemin("/var/base/itessalin.db"),
+                                                       {"RJ45", "RADIO", "RADIO Contact"}));
+        doublure = std::make_unique<DoublureApplication>(DoublureApplication::Maintien(maintien));
+        QVERIFY(preparer());
+        const auto adresse = [](int m) { return QByteArray::number(10000000 + m); };
+        for (int v = 1; v <= 64; ++v)
+            doublure->ecrireVoie(v, 1, adresse(v), 0, 0.0);
+        daemon.demarrer(*bac, {"-periode", "1"});
+        QVERIFY(daemon.attendre([&] {
+            daemon.envoyer(adresse(0), 1);
+            return doublure->octetDemande(81) == 1 &&
+                   slotDe(doublure->octetsZoneHF(), adresse(0)) >= 0;
+        }));
+
+        QElapsedTimer minute;
+        minute.start();
+        for (int n = 0; minute.elapsed() < 60000; ++n) {
+            daemon.envoyer(adresse(n % 100), n % 1000);
+            if (n % 16 == 15)
+                QTest::qWait(10); // some 1,000 a second: more than the disk takes
+        }
+        doublure->setOctetDemande(81, 0);
+        QVERIFY2(daemon.attendre([&] { return doublure->octetDemande(81) == 1; }),
+                 "no heartbeat after the load");
+        const QString base = bac->chemin("/var/base/hf.db");
+        const QString sql = "select count(*) from mesures_hf where module = '" +
+                            QString::fromLatin1(adresse(100)) + "'";
+        QVERIFY2(daemon.attendre([&] {
+            daemon.envoyer(adresse(100), 7);
+            return lignes(base, sql).toInt() > 0;
+        }),
+                 "no frame stored after the load");
+        for (const QString &cle : DoublureApplication::cles())
+            QVERIFY2(qtPeutAttacher(cle), qPrintable(cle));
+        QVERIFY(daemon.enMarche());
+    }
+
+    void zonesPlusCourtes_data()
+    {
+        QTest::addColumn<QString>("cle");
+        QTest::addColumn<int>("taille");
+        // Channels 0 to 9: channel 10's record, radio, lies just past the end.
+        QTest::newRow("Config_Voies_iTessalin") << "Config_Voies_iTessalin" << 10 * 464;
+        QTest::newRow("Etat_iTessalin") << "Etat_iTessalin" << 8 + 8 * 11; // Mesure[11] past it
+        QTest::newRow("Demande_enreg") << "Demande_enreg" << 81;           // the heartbeat past it
+        QTest::newRow("Config_iTessalin") << "Config_iTessalin" << 1124;   // the address past it
+        QTest::newRow("Zone_HF") << "Zone_HF" << 50 * 216; // 50 slots for 60 modules
+    }
+    // A main application whose record is shorter than documented: the daemon
+    // neither reads nor writes past the segment's end (the rest of its last
+    // page is mapped and shared all the same, so what it did there shows),
+    // and what lies beyond counts as absent.
+    void zonesPlusCourtes()
+    {
+        QFETCH(QString, cle);
+        QFETCH(int, taille);
+        doublure = std::make_unique<DoublureApplication>(DoublureApplication::Maintien::SystemeV);
+        QVERIFY(preparer());
+        QVERIFY(doublure->creerZone(cle, nullptr, taille));
+        uchar *zone = doublure->donnees(cle);
+        std::memset(zone + taille, 0xA5, size_t(doublure->tailleMappee(cle) - taille));
+        if (cle == "Config_Voies_iTessalin") {
+            std::memset(zone + taille, 0, 464);
+            zone[taille + 32] = 1; // type RADIO
+            std::memcpy(zone + taille + 344, MODULE_A.constData(), size_t(MODULE_A.size()));
+        }
+        const QByteArray reste(reinterpret_cast<const char *>(zone) + taille,
+                               doublure->tailleMappee(cle) - taille);
+        QVERIFY(preparer());
+        doublure->ecrireVoie(11, 1, MODULE_A, 0, 0.0);
+        doublure->setMesure(10, -1.0);
+        for (int m = 0; m < 60; ++m)
+            daemon.envoyer(QByteArray::number(20000000 + m), m);
+
+        daemon.demarrer(*bac, {"-periode", "1", "-log"});
+        QVERIFY(daemon.attendre([&] { return doublure->mesure(1) == valeur; }));
+        for (int m = 0; m < 60; ++m)
+            daemon.envoyer(QByteArray::number(20000000 + m), m);
+        QVERIFY(daemon.cycles(3));
+        QCOMPARE(QByteArray(reinterpret_cast<const char *>(zone) + taille, reste.size()), reste);
+        QCOMPARE(doublure->mesure(10), -1.0);
+        QVERIFY(daemon.enMarche());
+    }
+
+    // A main application caught between making a segment and attaching it:
+    // the daemon takes it as not there yet, and above all does not remove it.
+    void zoneEnCoursDeCreation()
+    {
+        doublure = std::make_unique<DoublureApplication>(DoublureApplication::Maintien::SystemeV);
+        QVERIFY(preparer({"Zone_HF"}));
+        QVERIFY(doublure->creerZone("Zone_HF", nullptr, 0, false));
+        daemon.demarrer(*bac, {"-periode", "1", "-log"});
+        QVERIFY(daemon.attendre([&] {
+            return daemon.compter("Erreur zone.attach() sur fonctions_bases::setModule ") > 0;
+        }));
+        QVERIFY(daemon.cycles(2));
+        QVERIFY(DoublureApplication::zoneExiste("Zone_HF"));
+        QVERIFY(doublure->attacherZone("Zone_HF"));
+        QVERIFY(toutFonctionne());
     }
 
     void scriptsEnPanne_data()

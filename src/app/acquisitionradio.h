@@ -2,6 +2,7 @@
 #define ACQUISITIONRADIO_H
 
 #include "log/logquintaris.h"
+#include "radio/vuezone.h"
 #include "udp/qserveurudp.h"
 
 #include <QList>
@@ -76,10 +77,10 @@ public slots:
 private:
     Q_DISABLE_COPY(AcquisitionRadio)
 
-    void servirDemandeEnregistrement(uchar *demande);
-    void publierAdresseBR(uchar *demande, uchar *tessalin);
-    void reconcilierRegistre(const uchar *voies);
-    void publierMesures(const uchar *voies);
+    void servirDemandeEnregistrement(const VueZone &demande);
+    void publierAdresseBR(const VueZone &demande, const VueZone &tessalin);
+    void reconcilierRegistre(const VueZone &voies);
+    void publierMesures(const VueZone &voies);
 
     QServeurUdp serveur;
     QStringList typesVoies;

@@ -9,9 +9,9 @@
 #include "radio/gestion_radio.h"
 #include "radio/la_config_voies.h"
 #include "radio/le_tessalin.h"
+#include "radio/zonepartagee.h"
 
 #include <QFile>
-#include <QSharedMemory>
 
 #include <cstdlib>
 
@@ -36,12 +36,12 @@ void AcquisitionRadio::recuperer_mesures()
 {
     ecrireLog(QStringLiteral("début recuperer_mesures"), false);
 
-    QSharedMemory zone_enregistrement(QString::fromLatin1(Demande_enregistrement::CLE));
+    ZonePartagee zone_enregistrement(Demande_enregistrement::CLE);
     ecrireLog(QStringLiteral("recuperer_mesures : zone_enregistrement.attach()"), false);
-    uchar *demande = nullptr;
+    VueZone demande;
     if (zone_enregistrement.attach(QSharedMemory::ReadWrite)) {
         ecrireLog(QStringLiteral("recuperer_mesures : zone_enregistrement.data()"), false);
-        demande = static_cast<uchar *>(zone_enregistrement.data());
+        demande = zone_enregistrement.vue();
         servirDemandeEnregistrement(demande);
     }
     ecrireLog(QStringLiteral("recuperer_mesures : après zone_enregistrement.attach()"), false);
@@ -70,19 +70,19 @@ void AcquisitionRadio::recuperer_mesures()
     serveur.calculerTauxInfosTrames();
 
     ecrireLog(QStringLiteral("recuperer_mesures : zone_voies(\"Config_Voies_iTessalin\")"), false);
-    QSharedMemory zone_voies(QString::fromLatin1(La_config_voies::CLE));
+    ZonePartagee zone_voies(La_config_voies::CLE);
     ecrireLog(QStringLiteral("recuperer_mesures : zone_itessalin(\"Config_iTessalin\")"), false);
-    QSharedMemory zone_itessalin(QString::fromLatin1(Le_Tessalin::CLE));
+    ZonePartagee zone_itessalin(Le_Tessalin::CLE);
     ecrireLog(QStringLiteral("recuperer_mesures : zone_voies.attach() && zone_itessalin.attach()"),
               false);
     if (zone_voies.attach(QSharedMemory::ReadWrite) &&
         zone_itessalin.attach(QSharedMemory::ReadWrite)) {
         ecrireLog(QStringLiteral("recuperer_mesures : zone_voies.data()"), false);
-        const auto *voies = static_cast<const uchar *>(zone_voies.constData());
+        const VueZone voies = zone_voies.vue();
         ecrireLog(QStringLiteral("recuperer_mesures : zone_itessalin.data()"), false);
-        auto *tessalin = static_cast<uchar *>(zone_itessalin.data());
+        const VueZone tessalin = zone_itessalin.vue();
 
-        if (demande && adresseBR.isEmpty())
+        if (demande.octets && adresseBR.isEmpty())
             publierAdresseBR(demande, tessalin);
         reconcilierRegistre(voies);
         publierMesures(voies);
@@ -106,14 +106,17 @@ void AcquisitionRadio::recuperer_mesures()
 // Heartbeat, then the save of the module table when the main application
 // asks for it. Without a copy of the table the request stays pending and is
 // served by a later cycle.
-void AcquisitionRadio::servirDemandeEnregistrement(uchar *demande)
+void AcquisitionRadio::servirDemandeEnregistrement(const VueZone &demande)
 {
+    using namespace Demande_enregistrement;
     ecrireLog(QStringLiteral("recuperer_mesures : acquisitionRADIO_fonctionne = true"), false);
-    Demande_enregistrement::setAcquisitionRADIO_fonctionne(demande, 1);
+    if (demande.contient(OFFSET_ACQUISITIONRADIO_FONCTIONNE, 1))
+        setAcquisitionRADIO_fonctionne(demande.octets, 1);
 
     ecrireLog(QStringLiteral("recuperer_mesures : demande_memoire->enregistrer_donnees_radio"),
               false);
-    if (Demande_enregistrement::enregistrer_donnees_radio(demande) == 0)
+    if (!demande.contient(OFFSET_ENREGISTRER_DONNEES_RADIO, 1) ||
+        enregistrer_donnees_radio(demande.octets) == 0)
         return;
     ecrireLog(QStringLiteral("recuperer_mesures : Demande d'enregistrement ..."), false);
     les_modules_radio *lmr = fonctions_bases::getLesModulesRadio();
@@ -133,30 +136,39 @@ void AcquisitionRadio::servirDemandeEnregistrement(uchar *demande)
     std::free(lmr);
     ecrireLog(QStringLiteral("recuperer_mesures : demande_memoire->enregistrer_donnees_radio"),
               false);
-    Demande_enregistrement::setEnregistrer_donnees_radio(demande, 0);
+    setEnregistrer_donnees_radio(demande.octets, 0);
 }
 
 // Once per process: the first non-empty address read is never read again.
 // Only as many bytes as the address has characters are copied, and the
 // newline of the file is part of the address, as the main application has
 // always received it.
-void AcquisitionRadio::publierAdresseBR(uchar *demande, uchar *tessalin)
+void AcquisitionRadio::publierAdresseBR(const VueZone &demande, const VueZone &tessalin)
 {
+    // Without the field, there is nowhere to publish: tried again next cycle.
+    if (!tessalin.contient(Le_Tessalin::OFFSET_ADRESSE_BR, Le_Tessalin::LARGEUR_ADRESSE_BR) ||
+        !demande.contient(Demande_enregistrement::OFFSET_CONFIG_MODIFIEE, 1))
+        return;
     ecrireLog(QStringLiteral("Lecture de l'adresse du BR..."), false);
     adresseBR = lireAdresseBR();
-    if (QString::fromUtf8(Le_Tessalin::adresse_br(tessalin)) != adresseBR) {
-        Le_Tessalin::setAdresse_br(tessalin, adresseBR.toUtf8(), adresseBR.size());
-        Demande_enregistrement::setConfig_modifiee(demande, 1);
+    if (QString::fromUtf8(Le_Tessalin::adresse_br(tessalin.octets)) != adresseBR) {
+        Le_Tessalin::setAdresse_br(tessalin.octets, adresseBR.toUtf8(), adresseBR.size());
+        Demande_enregistrement::setConfig_modifiee(demande.octets, 1);
     }
     ecrireLog(QStringLiteral("Adresse du BR lu : %1").arg(adresseBR), false);
 }
 
 // The count is asked again before each channel, as the main application may
 // publish it at any moment.
-void AcquisitionRadio::reconcilierRegistre(const uchar *voies)
+void AcquisitionRadio::reconcilierRegistre(const VueZone &voies)
 {
     for (int v = 1; v <= fonctions_bases::nb_voies_parametrables(); ++v) {
-        const La_config_voies r = La_config_voies::depuis(voies, v);
+        // A channel whose record lies past the segment's end is not configured.
+        if (!voies.contient(La_config_voies::debutVoie(v), La_config_voies::TAILLE)) {
+            effaceCapteurRecupere(v);
+            continue;
+        }
+        const La_config_voies r = La_config_voies::depuis(voies.octets, v);
         if (!typeEstRADIO(r.type()))
             effaceCapteurRecupere(v);
         else
@@ -164,14 +176,14 @@ void AcquisitionRadio::reconcilierRegistre(const uchar *voies)
     }
 }
 
-void AcquisitionRadio::publierMesures(const uchar *voies)
+void AcquisitionRadio::publierMesures(const VueZone &voies)
 {
     ecrireLog(QStringLiteral("recuperer_mesures : zone_mesure(\"Etat_iTessalin\")"), false);
-    QSharedMemory zone_mesure(QString::fromLatin1(Etat::CLE));
+    ZonePartagee zone_mesure(Etat::CLE);
     ecrireLog(QStringLiteral("recuperer_mesures : zone_mesure.attach()"), false);
     if (zone_mesure.attach(QSharedMemory::ReadWrite)) {
         ecrireLog(QStringLiteral("recuperer_mesures : zone_mesure.data()"), false);
-        auto *mesure_memoire = static_cast<uchar *>(zone_mesure.data());
+        const VueZone mesure_memoire = zone_mesure.vue();
         ecrireLog(QStringLiteral("recuperer_mesures : après zone_mesure.data()"), false);
 
         for (auto it = connexions.constBegin(); it != connexions.constEnd(); ++it) {
@@ -189,8 +201,9 @@ void AcquisitionRadio::publierMesures(const uchar *voies)
                     // reading keeps what the main application last saw.
                     continue;
                 }
-                if (v <= DERNIERE_VOIE_AVEC_OFFSET) {
-                    const double offset = La_config_voies::depuis(voies, v).offset();
+                if (v <= DERNIERE_VOIE_AVEC_OFFSET &&
+                    voies.contient(La_config_voies::debutVoie(v), La_config_voies::TAILLE)) {
+                    const double offset = La_config_voies::depuis(voies.octets, v).offset();
                     if (offset != 0.0) {
                         ecrireLog(QStringLiteral("Application de l'offset %1, mesure corrigée = %2")
                                       .arg(nombre(offset), nombre(valeur + offset)),
@@ -199,11 +212,14 @@ void AcquisitionRadio::publierMesures(const uchar *voies)
                     }
                 }
             }
+            // A channel whose value lies past the segment's end has no place there.
+            if (!mesure_memoire.contient(Etat::offsetMesure(v), sizeof(double)))
+                continue;
             ecrireLog(QStringLiteral("recuperer_mesures : mesure_memoire->Mesure[%1] = %2")
                           .arg(v)
                           .arg(nombre(valeur)),
                       false);
-            Etat::setMesure(mesure_memoire, v, valeur);
+            Etat::setMesure(mesure_memoire.octets, v, valeur);
         }
     }
     ecrireLog(QStringLiteral("recuperer_mesures : après zone_mesure.attach()"), false);

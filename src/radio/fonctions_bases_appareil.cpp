@@ -2,10 +2,10 @@
 
 #include "commun/environnement.h"
 #include "radio/le_tessalin.h"
+#include "radio/zonepartagee.h"
 #include "udp/sqltexte.h"
 
 #include <QCoreApplication>
-#include <QSharedMemory>
 #include <QSqlQueryModel>
 #include <QSqlRecord>
 #include <QVariant>
@@ -73,7 +73,7 @@ int fonctions_bases::nb_voies_parametrables()
 {
     // Asked before every channel of every cycle: read once, then cached.
     if (NBVOIES <= 0) {
-        QSharedMemory zone(QString::fromLatin1(Le_Tessalin::CLE));
+        ZonePartagee zone(Le_Tessalin::CLE);
         if (zone.attach(QSharedMemory::ReadWrite)) {
             if (zone.size() >= Le_Tessalin::TAILLE_MINIMUM)
                 NBVOIES = Le_Tessalin::nb_voies(static_cast<const uchar *>(zone.constData()));

@@ -1,9 +1,9 @@
 #include "radio/fonctions_bases.h"
 
 #include "radio/le_tessalin.h"
+#include "radio/zonepartagee.h"
 
 #include <QDebug>
-#include <QSharedMemory>
 
 #include <cstdlib>
 #include <cstring>
@@ -26,17 +26,17 @@ std::mutex mutexZoneHF;
 
 // Slots that the attached segment really holds: the main application makes it
 // at least 100 records long; a shorter one is never read past its end.
-int nbSlots(const QSharedMemory &zone)
+int nbSlots(const ZonePartagee &zone)
 {
     return qMin(les_modules_radio::NB_MODULES, zone.size() / TAILLE_MODULE);
 }
 
-uchar *slot(QSharedMemory &zone, int i)
+uchar *slot(ZonePartagee &zone, int i)
 {
     return static_cast<uchar *>(zone.data()) + i * TAILLE_MODULE;
 }
 
-gestion_radio lireSlot(const QSharedMemory &zone, int i)
+gestion_radio lireSlot(const ZonePartagee &zone, int i)
 {
     gestion_radio gr;
     std::memcpy(&gr, static_cast<const uchar *>(zone.constData()) + i * TAILLE_MODULE, sizeof gr);
@@ -47,7 +47,7 @@ gestion_radio lireSlot(const QSharedMemory &zone, int i)
 
 void fonctions_bases::setModule(gestion_radio gr)
 {
-    QSharedMemory zone(QString::fromLatin1(CLE_ZONE_HF));
+    ZonePartagee zone(CLE_ZONE_HF);
     if (!zone.attach(QSharedMemory::ReadWrite)) {
         qDebug().noquote() << QString(
             QStringLiteral("Erreur zone.attach() sur fonctions_bases::setModule ") +
@@ -76,7 +76,7 @@ void fonctions_bases::setModule(gestion_radio gr)
 
 void fonctions_bases::setModuleTaux(QString adresse, double taux_reception, double taux_utilisation)
 {
-    QSharedMemory zone(QString::fromLatin1(CLE_ZONE_HF));
+    ZonePartagee zone(CLE_ZONE_HF);
     if (!zone.attach(QSharedMemory::ReadWrite)) {
         qDebug().noquote() << QString(
             QStringLiteral("Erreur zone.attach() sur fonctions_bases::setModuleTaux ") + adresse +
@@ -97,7 +97,7 @@ void fonctions_bases::setModuleTaux(QString adresse, double taux_reception, doub
 
 les_modules_radio *fonctions_bases::getLesModulesRadio()
 {
-    QSharedMemory zone(QString::fromLatin1(CLE_ZONE_HF));
+    ZonePartagee zone(CLE_ZONE_HF);
     if (!zone.attach(QSharedMemory::ReadOnly))
         return nullptr;
     auto *copie = static_cast<les_modules_radio *>(std::malloc(sizeof(les_modules_radio)));
@@ -150,7 +150,7 @@ QList<La_config_voies> fonctions_bases::getLesVoiesRadio(QString adresse, QStrin
     static const int LONGUEUR_ADRESSE_MODULE = 8;
 
     QList<La_config_voies> voies;
-    QSharedMemory zone(QString::fromLatin1(La_config_voies::CLE));
+    ZonePartagee zone(La_config_voies::CLE);
     if (!zone.attach(QSharedMemory::ReadOnly))
         return voies;
     const int n = qMin(NB_RECORDS, zone.size() / La_config_voies::TAILLE);
@@ -175,7 +175,7 @@ QList<La_config_voies> fonctions_bases::getLesVoiesRadio(QString adresse, QStrin
 QString fonctions_bases::getAdresseBR()
 {
     QString adresse;
-    QSharedMemory zone(QString::fromLatin1(Le_Tessalin::CLE));
+    ZonePartagee zone(Le_Tessalin::CLE);
     if (zone.attach(QSharedMemory::ReadOnly) && zone.size() >= Le_Tessalin::TAILLE_MINIMUM)
         adresse = QString::fromLatin1(
             Le_Tessalin::adresse_br(static_cast<const uchar *>(zone.constData())));
