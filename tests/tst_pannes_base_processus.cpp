@@ -166,6 +166,13 @@ private slots:
         // Tried at start and again by every cycle, each time in the same words.
         const QString erreur = "bind() error : 98 : Address already in use";
         QTRY_VERIFY_WITH_TIMEOUT(daemon.compter(erreur) >= 3, 20000);
+        // Each attempt's descriptor is closed: a port held for hours must
+        // not use up the process's descriptors.
+        const QDir descripteurs(QStringLiteral("/proc/%1/fd").arg(daemon.processus.processId()));
+        const int avant = descripteurs.entryList(QDir::NoDotAndDotDot | QDir::System).size();
+        const int essais = daemon.compter(erreur);
+        QTRY_VERIFY_WITH_TIMEOUT(daemon.compter(erreur) >= essais + 3, 20000);
+        QCOMPARE(descripteurs.entryList(QDir::NoDotAndDotDot | QDir::System).size(), avant);
 
         occupant.close();
         const QString ouvert = "État du serveur UDP : En attente de réception de données (";

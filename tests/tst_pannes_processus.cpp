@@ -314,12 +314,15 @@ private slots:
             QSKIP("libfaketime is not installed");
         faketime.insert("FAKETIME", "+0 x200"); // minutes of silence in seconds
         QVERIFY(preparer());
+        // Each script notes what it inherited: the daemon's socket and files
+        // must not reach it, nor the tunnel program it may leave running.
+        const QString descripteurs = bac->chemin("/descripteurs");
         for (const char *script :
              {"/etc/init.d/tunslip6", "/etc/scripts/reset_br.sh", "/etc/scripts/repair_br.sh"}) {
             if (corps.isNull())
                 QVERIFY(QFile::remove(bac->chemin(script)));
             else
-                bac->ecrireScript(script, corps);
+                bac->ecrireScript(script, "ls -l /proc/$$/fd >> '" + descripteurs + "'\n" + corps);
         }
         emetteur.start(150);                 // 30 s of the daemon's time: well within its 300 s
         daemon.demarrer(*bac, {}, faketime); // no "-log": only the lines always written
@@ -344,6 +347,10 @@ private slots:
         // The last restart's "start" may still be on its way.
         QVERIFY(daemon.attendre([&] { return bac->appels().size() >= appels.size(); }));
         QCOMPARE(bac->appels(), appels);
+        QFile herites(descripteurs);
+        QCOMPARE(herites.open(QIODevice::ReadOnly), !corps.isNull());
+        const QString vus = QString::fromUtf8(herites.readAll());
+        QVERIFY2(!vus.contains("socket:") && !vus.contains(bac->chemin("/var/")), qPrintable(vus));
 
         emetteur.start(150);
         QVERIFY(toutFonctionne());

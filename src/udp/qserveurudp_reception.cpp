@@ -37,7 +37,9 @@ void QServeurUdp::ouvrirSiNonOuvert()
     ecrireLog(QStringLiteral("Tentative de création du serveur UDP (socket) sur %1:%2")
                   .arg(adresse, QString::number(PORT_DEFAUT)));
 
-    const int descripteur = ::socket(AF_INET6, SOCK_DGRAM, PROTOCOLE_UDP);
+    // Close-on-exec: the tunnel and border-router scripts run through the
+    // shell, and what they leave running must not hold the radio socket.
+    const int descripteur = ::socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, PROTOCOLE_UDP);
     if (descripteur == -1) {
         const int erreur = errno;
         ecrireLog(texteErreur(QStringLiteral("socket() error : %1 : %2"), erreur), true);
@@ -60,8 +62,9 @@ void QServeurUdp::ouvrirSiNonOuvert()
     } else if (::bind(descripteur, reinterpret_cast<const sockaddr *>(&local),
                       sizeof(sockaddr_in6)) == -1) {
         erreur = errno;
-        // The descriptor is left open on purpose: the appliance has always
-        // abandoned it, and the next cycle makes a new one.
+        // Closed, not abandoned: with the port held for hours, one descriptor
+        // lost per cycle would use up the process's descriptors.
+        ::close(descripteur);
     }
     if (erreur != 0) {
         ecrireLog(texteErreur(QStringLiteral("bind() error : %1 : %2"), erreur), true);
