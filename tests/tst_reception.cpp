@@ -58,6 +58,7 @@ private slots:
     void init()
     {
         Horloge::figer(instant);
+        serveur->enregistrerMesures = true;
         QFile::remove(base());
         serveur->creerBD();
         std::memset(doublure.donnees("Zone_HF"), 0, 21600);
@@ -101,6 +102,24 @@ private slots:
                      .join('|'),
                  lecture.isEmpty() ? QString("Z|avant|p|0||0|0|0") : lecture);
         QTEST(journal().filter("inconnu").join('/'), "erreur");
+    }
+
+    // A flood of addresses each heard once: a reading no channel can take any
+    // more (over a minute old) leaves the list, the others stay, newest last.
+    void lecturesTropAnciennesOubliees()
+    {
+        serveur->enregistrerMesures = false;
+        for (int m = 0; m < 300; ++m)
+            traiter("A" + QByteArray::number(m) + ":br:0:1");
+        Horloge::avancer(60);
+        traiter("A300:br:0:1");
+        DonneesUDP d;
+        QVERIFY(serveur->copieDonneeUDP("0", &d));
+        Horloge::avancer(1);
+        traiter("A301:br:0:1");
+        QVERIFY(!serveur->copieDonneeUDP("0", &d) && serveur->copieDonneeUDP("300", &d));
+        QCOMPARE(serveur->copieDonneesUDP().size(), 2);
+        QCOMPARE(serveur->copieDonneesUDP().last().module, QString("301"));
     }
 
     void deuxTrames_data()

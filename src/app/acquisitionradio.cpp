@@ -39,7 +39,7 @@ QList<DonneesUDP> AcquisitionRadio::LesDonneesUDP() const
     return serveur.copieDonneesUDP();
 }
 
-bool AcquisitionRadio::LaDonneeUDP(int index, DonneesUDP *lecture) const
+bool AcquisitionRadio::LaDonneeUDP(const QString &module, DonneesUDP *lecture) const
 {
-    return serveur.copieDonneeUDP(index, lecture);
+    return serveur.copieDonneeUDP(module, lecture);
 }

@@ -47,8 +47,8 @@ public:
 
     // A copy of the last reading of each module.
     QList<DonneesUDP> LesDonneesUDP() const;
-    // One reading of that list, read afresh: false past its end.
-    bool LaDonneeUDP(int index, DonneesUDP *lecture) const;
+    // The module's reading in that list as it stands now: false when none.
+    bool LaDonneeUDP(const QString &module, DonneesUDP *lecture) const;
     QString lireAdresseBR();
 
     // Sensor registry

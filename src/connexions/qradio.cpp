@@ -2,6 +2,7 @@
 
 #include "app/acquisitionradio.h"
 #include "commun/horloge.h"
+#include "udp/dernieres_lectures.h"
 
 #include <QStringList>
 
@@ -10,15 +11,19 @@ const double QRadio::VALEUR_DEFAUT_GLOBAL = -55.0;
 QRadio::SourceLectures QRadio::sourceLectures;
 
 namespace {
-// One record of the service's reading list as it stands now, as a copy: the
-// reception thread replaces a module's record when its next frame arrives.
-bool lectureActuelle(int index, DonneesUDP *lecture)
+// One record of the module in the service's reading list as it stands now, as
+// a copy: the reception thread replaces it when the module's next frame arrives.
+bool lectureActuelle(const QString &module, int rang, DonneesUDP *lecture)
 {
     if (QRadio::sourceLectures)
-        return QRadio::sourceLectures(index, lecture);
-    return acq && acq->LaDonneeUDP(index, lecture);
+        return QRadio::sourceLectures(module, rang, lecture);
+    return rang == 0 && acq && acq->LaDonneeUDP(module, lecture);
 }
 } // namespace
+
+// The list drops nothing a channel could still take.
+static_assert(DernieresLectures::AGE_UTILE >= QRadio::NB_SECONDE_VALIDITE_MESURE,
+              "readings are kept as long as a channel may take them");
 
 QRadio::QRadio(const QString &adresseModule, int numeroMesure)
     : QConnexionRJ45(TYPE_ACQUISITION, 30)
@@ -39,13 +44,10 @@ double QRadio::getMesureEnCoursSousType()
 {
     const quint32 maintenant = Horloge::maintenantSecondes();
 
-    // The list is read afresh at each index so that a reading that arrives
-    // during the walk is still seen.
+    // The module's records are read afresh one by one, so that a reading that
+    // arrives during the walk is still seen.
     DonneesUDP lecture;
-    for (int i = 0; lectureActuelle(i, &lecture); ++i) {
-        if (lecture.module != adresseModule)
-            continue;
-
+    for (int rang = 0; lectureActuelle(adresseModule, rang, &lecture); ++rang) {
         // Unsigned: a reading dated in the future is as useless as an old one.
         const quint32 age = maintenant - static_cast<quint32>(lecture.dateheure.toSecsSinceEpoch());
         if (age > static_cast<quint32>(NB_SECONDE_VALIDITE_MESURE)) {

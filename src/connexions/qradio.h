@@ -18,10 +18,12 @@ public:
     static const double VALEUR_DEFAUT_GLOBAL;
     static const int NB_SECONDE_VALIDITE_MESURE = 60;
 
-    // Where the readings come from: the reading at an index of the service
-    // object's list as it stands now, false past its end; tests put a reader
-    // of their own in its place.
-    using SourceLectures = std::function<bool(int index, DonneesUDP *lecture)>;
+    // Where the readings come from: the rang-th reading of a module in the
+    // service object's list as it stands now, false past the last. That list
+    // holds one reading per module; tests put a reader of their own in its
+    // place, which may hold several.
+    using SourceLectures =
+        std::function<bool(const QString &module, int rang, DonneesUDP *lecture)>;
     static SourceLectures sourceLectures;
 
     QRadio(const QString &adresseModule, int numeroMesure);

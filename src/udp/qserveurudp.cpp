@@ -81,16 +81,13 @@ QList<T> copieDetachee(const QList<T> &liste)
 QList<DonneesUDP> QServeurUdp::copieDonneesUDP() const
 {
     std::lock_guard<std::mutex> verrou(mutexDonneesUDP);
-    return copieDetachee(lesDonneesUDP);
+    return lesDonneesUDP.copie();
 }
 
-bool QServeurUdp::copieDonneeUDP(int index, DonneesUDP *lecture) const
+bool QServeurUdp::copieDonneeUDP(const QString &module, DonneesUDP *lecture) const
 {
     std::lock_guard<std::mutex> verrou(mutexDonneesUDP);
-    if (index < 0 || index >= lesDonneesUDP.size())
-        return false;
-    *lecture = lesDonneesUDP.at(index);
-    return true;
+    return lesDonneesUDP.lecture(module, lecture);
 }
 
 QList<QServeurUdp::_info_trame> QServeurUdp::copieInfosTrame() const

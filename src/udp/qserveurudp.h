@@ -1,6 +1,7 @@
 #ifndef QSERVEURUDP_H
 #define QSERVEURUDP_H
 
+#include "udp/dernieres_lectures.h"
 #include "udp/donneesudp.h"
 
 #include <QByteArray>
@@ -85,9 +86,8 @@ public:
     // Consistent copies of the lists the reception thread writes; the copies
     // stay valid whatever frames arrive afterwards.
     QList<DonneesUDP> copieDonneesUDP() const;
-    // A copy of the reading at `index` of the list as it stands now; false
-    // past its end.
-    bool copieDonneeUDP(int index, DonneesUDP *lecture) const;
+    // A copy of the module's last reading as it stands now; false when none.
+    bool copieDonneeUDP(const QString &module, DonneesUDP *lecture) const;
     QList<_info_trame> copieInfosTrame() const;
 
     // The port the socket is bound to (0 while closed); the configured port
@@ -115,7 +115,7 @@ private:
     // Standard mutexes rather than QMutex: they lock through pthreads, which
     // the thread sanitizer sees, where Qt's futex-based ones stay invisible.
     mutable std::mutex mutexDonneesUDP;
-    QList<DonneesUDP> lesDonneesUDP; // last reading of each module, oldest first
+    DernieresLectures lesDonneesUDP;
 
     quint32 dateDernierRestartTunslip6 = 0;
     quint32 dateDernierResetBr = 0;

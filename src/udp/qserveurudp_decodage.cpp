@@ -19,14 +19,10 @@ void QServeurUdp::traiterDatagram(QByteArray datagramme)
         ecrireLog(QStringLiteral("Type trame inconnu : '%1'").arg(trame.at(0)));
     } else if (issue == DecodeurTrame::Issue::Acceptee) {
         {
-            // The acquisition cycle copies this list while frames arrive: it
+            // The acquisition cycle reads this list while frames arrive: it
             // must see either the old reading of the module or the new one.
             std::lock_guard<std::mutex> verrou(mutexDonneesUDP);
-            for (int i = lesDonneesUDP.size() - 1; i >= 0; --i) {
-                if (lesDonneesUDP.at(i).module == donnees.module)
-                    lesDonneesUDP.removeAt(i);
-            }
-            lesDonneesUDP.append(donnees);
+            lesDonneesUDP.remplacer(donnees, dateheure.toSecsSinceEpoch());
         }
         setModule(donnees.dateheure, donnees.module, donnees.parent, donnees.type,
                   DecodeurTrame::rangEntier(donnees.rank), donnees.batterie, donnees.valeur,
