@@ -8,6 +8,7 @@
 #include <QSqlError>
 #include <QSqlQuery>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -158,15 +159,19 @@ void QServeurUdp::supprimerAnciennesInfosTrames()
         ecrireLog(QStringLiteral("début supprimerAnciennesInfosTrames (taille=%1)")
                       .arg(LesInfosTrame.size()));
         // The whole list is visited, newest first: the list is kept in arrival
-        // order, but the frames' own times need not be.
-        for (int j = LesInfosTrame.size() - 1; j >= 0; --j) {
+        // order, but the frames' own times need not be. One pass that keeps
+        // the order: removing entries one by one would move the rest of the
+        // list each time, and a clock moved on by a day makes an hour of
+        // frames old at once.
+        const auto ancienne = [this](const _info_trame &info) {
             const qint64 limite =
                 static_cast<qint64>(Horloge::maintenantSecondes()) - dureeConservationInfosTrames;
-            if (LesInfosTrame.at(j).dateheure.toSecsSinceEpoch() < limite) {
-                LesInfosTrame.removeAt(j);
-                retirees = true;
-            }
-        }
+            return info.dateheure.toSecsSinceEpoch() < limite;
+        };
+        const auto gardees =
+            std::remove_if(LesInfosTrame.rbegin(), LesInfosTrame.rend(), ancienne).base();
+        retirees = gardees != LesInfosTrame.begin();
+        LesInfosTrame.erase(LesInfosTrame.begin(), gardees);
         ecrireLog(QStringLiteral("fin supprimerAnciennesInfosTrames (taille=%1)")
                       .arg(LesInfosTrame.size()));
     }
