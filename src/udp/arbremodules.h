@@ -3,8 +3,10 @@
 
 #include "radio/gestion_radio.h"
 
+#include <QLatin1String>
 #include <QList>
 #include <QString>
+#include <QVector>
 
 // The tree of radio modules as the module update rebuilds it at every frame
 // from a snapshot of "Zone_HF": level 0 is the appliance itself, level k+1
@@ -32,10 +34,13 @@ public:
     };
 
     // `table` may be null (segment absent): the tree is then the root alone.
+    // The tree reads its texts in place: the table must outlive it.
     explicit ArbreModules(const les_modules_radio *table);
 
-    const QList<_module> &modules() const { return lesModules; }
-    const QList<QList<_module>> &niveaux() const { return lesNiveaux; }
+    // The modules in table order, and the levels, root first, for those who
+    // draw the tree; built when asked.
+    QList<_module> modules() const;
+    QList<QList<_module>> niveaux() const;
     // Whether building stopped at the level bound rather than running out of
     // modules.
     bool borneAtteinte() const { return borne; }
@@ -51,11 +56,36 @@ public:
     // parent's stored rank deeper down (nothing when the parent is unknown).
     double pasDeRang(const QString &module, const QString &parent) const;
 
-private:
-    const _module *premier(const QString &module) const;
+    // All the module update needs, found in one look: depth, rank step and
+    // child count, as the functions above give them.
+    struct Lieu
+    {
+        int profondeur = -1;
+        double pasDeRang = 0.0;
+        int nbEnfants = -1;
+    };
+    Lieu lieu(const QString &module, const QString &parent) const;
 
-    QList<_module> lesModules;
-    QList<QList<_module>> lesNiveaux;
+private:
+    // A module of the table, its texts read in place. Each distinct text has
+    // a number: the links are found between numbers, not between texts.
+    struct Noeud
+    {
+        QLatin1String module;
+        QLatin1String parent;
+        int numeroModule = 0;
+        int numeroParent = 0;
+        double rank = 0.0;
+        int nb_parents = 0;
+        int nb_enfants = 0;
+    };
+
+    int premier(const QString &module) const;
+    _module enregistrement(int i) const;
+
+    // Rebuilt at every frame: indexes only, no text or record made per module.
+    QVector<Noeud> noeuds;
+    QVector<QVector<int>> lesNiveaux; // below the root, indexes into noeuds
     bool borne = false;
 };
 

@@ -109,6 +109,15 @@ public slots:
 private:
     Q_DISABLE_COPY(QServeurUdp)
 
+    // A line of the verbose log built only when that log is on: the module
+    // update writes a score of them per frame, and the appliance runs without.
+    template <typename Fabrique>
+    void tracer(Fabrique &&fabriquer)
+    {
+        if (log.load())
+            ecrireLog(fabriquer());
+    }
+
     // The radio database connection of one task, by the per-task name rule.
     QSqlDatabase connexionTache(const QString &nom, const QString &prefixeLog);
 

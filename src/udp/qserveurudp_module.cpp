@@ -8,6 +8,7 @@
 #include <QSqlQuery>
 
 #include <cstdlib>
+#include <memory>
 
 namespace {
 
@@ -73,69 +74,91 @@ void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent,
         }
     }
 
-    les_modules_radio *table = fonctions_bases::getLesModulesRadio();
-    const ArbreModules arbre(table);
-    std::free(table);
+    // The tree reads the snapshot in place: freed once the tree is done with.
+    const std::unique_ptr<les_modules_radio, decltype(&std::free)> table(
+        fonctions_bases::getLesModulesRadio(), &std::free);
+    const ArbreModules arbre(table.get());
     if (arbre.borneAtteinte())
-        ecrireLog(QStringLiteral("setModule : Calcul des rangs : i = %1")
-                      .arg(ArbreModules::NB_NIVEAUX_MAX));
+        tracer([&] {
+            return QStringLiteral("setModule : Calcul des rangs : i = %1")
+                .arg(ArbreModules::NB_NIVEAUX_MAX);
+        });
 
-    const int nb_sauts = arbre.profondeur(module);
-    const double current_rank = arbre.pasDeRang(module, parent);
+    const ArbreModules::Lieu lieu = arbre.lieu(module, parent);
+    const int nb_sauts = lieu.profondeur;
+    const double current_rank = lieu.pasDeRang;
 
     ecrireLog(QStringLiteral("Ajout dans LesInfosTrame"));
-    ajouterInfoTrame(_info_trame(dateheure, module, current_rank, parent, arbre.nbEnfants(module)));
-    int tailleInfos = 0;
-    {
+    ajouterInfoTrame(_info_trame(dateheure, module, current_rank, parent, lieu.nbEnfants));
+    tracer([&] {
         std::lock_guard<std::mutex> verrouInfos(mutexInfosTrame);
-        tailleInfos = LesInfosTrame.size();
-    }
-    ecrireLog(QStringLiteral("LesInfosTrame.size() = %1").arg(tailleInfos));
+        return QStringLiteral("LesInfosTrame.size() = %1").arg(LesInfosTrame.size());
+    });
 
-    ecrireLog(QStringLiteral("fonctions_bases::getModule %1").arg(module));
+    tracer([&] { return QStringLiteral("fonctions_bases::getModule %1").arg(module); });
     gestion_radio gr = fonctions_bases::getModule(module);
-    ecrireLog(QStringLiteral("fonctions_bases::getModule %1 après").arg(gr.numeroTexte()));
+    tracer([&] {
+        return QStringLiteral("fonctions_bases::getModule %1 après").arg(gr.numeroTexte());
+    });
 
     const QString prefixe = QStringLiteral("QServeurUDP::setModule %1 ");
     // Heard again, a module the main application had set aside is live anew.
     gr.present = 1;
-    ecrireLog(QString(prefixe + QStringLiteral("numero")).arg(module));
+    tracer([&] { return QString(prefixe + QStringLiteral("numero")).arg(module); });
     Champs::ecrireTexte(gr.numero, gestion_radio::LARGEUR_NUMERO, module.toUtf8(),
                         gestion_radio::LARGEUR_NUMERO);
-    ecrireLog(QString(prefixe + QStringLiteral("dateheure_mesure %2")).arg(module, secondes));
+    tracer([&] {
+        return QString(prefixe + QStringLiteral("dateheure_mesure %2")).arg(module, secondes);
+    });
     gr.dateheure_mesure = static_cast<quint32>(dateheure.toSecsSinceEpoch());
-    ecrireLog(
-        QString(prefixe + QStringLiteral("nb_sauts %2")).arg(module, QString::number(nb_sauts)));
+    tracer([&] {
+        return QString(prefixe + QStringLiteral("nb_sauts %2"))
+            .arg(module, QString::number(nb_sauts));
+    });
     gr.nb_sauts = nb_sauts;
-    ecrireLog(QString(prefixe + QStringLiteral("parent %2")).arg(module, parent));
+    tracer([&] { return QString(prefixe + QStringLiteral("parent %2")).arg(module, parent); });
     Champs::ecrireTexte(gr.parent, gestion_radio::LARGEUR_PARENT, parent.toUtf8(),
                         gestion_radio::LARGEUR_PARENT);
-    ecrireLog(QString(prefixe + QStringLiteral("pile %2")).arg(module, texteDouble(batterie)));
+    tracer([&] {
+        return QString(prefixe + QStringLiteral("pile %2")).arg(module, texteDouble(batterie));
+    });
     gr.pile = batterie;
-    ecrireLog(QString(prefixe + QStringLiteral("rank %2")).arg(module, QString::number(rank)));
+    tracer([&] {
+        return QString(prefixe + QStringLiteral("rank %2")).arg(module, QString::number(rank));
+    });
     gr.rank = rank;
-    ecrireLog(QString(prefixe + QStringLiteral("current_rank %2"))
-                  .arg(module, texteDouble(current_rank)));
+    tracer([&] {
+        return QString(prefixe + QStringLiteral("current_rank %2"))
+            .arg(module, texteDouble(current_rank));
+    });
     gr.current_rank = current_rank;
-    ecrireLog(QString(prefixe + QStringLiteral("type %2")).arg(module, type));
+    tracer([&] { return QString(prefixe + QStringLiteral("type %2")).arg(module, type); });
     Champs::ecrireTexte(gr.type, gestion_radio::LARGEUR_TYPE, type.toUtf8(),
                         gestion_radio::LARGEUR_TYPE);
-    ecrireLog(QString(prefixe + QStringLiteral("valeur %2")).arg(module, valeur));
+    tracer([&] { return QString(prefixe + QStringLiteral("valeur %2")).arg(module, valeur); });
     // Cut to 49 bytes so that the field always ends with its NUL; like the C
     // copy it replaces, a zero byte in the text ends it.
-    ecrireLog(QStringLiteral("memset(gr.valeur, 0, %1)").arg(gestion_radio::LARGEUR_VALEUR));
-    ecrireLog(QStringLiteral("strncpy(gr.valeur, valeur.toUtf8().data(), %1)")
-                  .arg(gestion_radio::LARGEUR_VALEUR - 1));
+    tracer([&] {
+        return QStringLiteral("memset(gr.valeur, 0, %1)").arg(gestion_radio::LARGEUR_VALEUR);
+    });
+    tracer([&] {
+        return QStringLiteral("strncpy(gr.valeur, valeur.toUtf8().data(), %1)")
+            .arg(gestion_radio::LARGEUR_VALEUR - 1);
+    });
     const QByteArray valeurOctets = valeur.toUtf8();
     Champs::ecrireTexte(gr.valeur, gestion_radio::LARGEUR_VALEUR,
                         valeurOctets.left(static_cast<int>(qstrlen(valeurOctets.constData()))),
                         gestion_radio::LARGEUR_VALEUR - 1);
     ecrireLog(QStringLiteral("QServeurUDP::setModule après valeur"));
 
-    ecrireLog(QStringLiteral("fonctions_bases::setModule %1 (%2)").arg(module, gr.numeroTexte()));
+    tracer([&] {
+        return QStringLiteral("fonctions_bases::setModule %1 (%2)").arg(module, gr.numeroTexte());
+    });
     fonctions_bases::setModule(gr);
-    ecrireLog(
-        QStringLiteral("fonctions_bases::setModule %1 (%2) après").arg(module, gr.numeroTexte()));
+    tracer([&] {
+        return QStringLiteral("fonctions_bases::setModule %1 (%2) après")
+            .arg(module, gr.numeroTexte());
+    });
 
     if (enregistrerMesures) {
         QSqlQuery query(db);
@@ -149,5 +172,5 @@ void QServeurUdp::setModule(QDateTime dateheure, QString module, QString parent,
                           .arg(erreurSql(query.lastError()), query.lastError().text()));
     }
     db.close();
-    ecrireLog(QStringLiteral("setModule fin traitement classique %1").arg(module));
+    tracer([&] { return QStringLiteral("setModule fin traitement classique %1").arg(module); });
 }
