@@ -36,13 +36,6 @@ uchar *slot(ZonePartagee &zone, int i)
     return static_cast<uchar *>(zone.data()) + i * TAILLE_MODULE;
 }
 
-gestion_radio lireSlot(const ZonePartagee &zone, int i)
-{
-    gestion_radio gr;
-    std::memcpy(&gr, static_cast<const uchar *>(zone.constData()) + i * TAILLE_MODULE, sizeof gr);
-    return gr;
-}
-
 } // namespace
 
 void fonctions_bases::setModule(gestion_radio gr)
@@ -55,18 +48,18 @@ void fonctions_bases::setModule(gestion_radio gr)
         return;
     }
     const QByteArray numero = gr.numeroOctets();
+    const QLatin1String cherche(numero.constData(), numero.size());
     const int n = nbSlots(zone);
     int libre = -1;
     std::lock_guard<std::mutex> verrou(mutexZoneHF);
     // A module keeps its slot, even when it was removed (present 0) or when
     // free slots lie before it; a new module takes the lowest free slot.
     for (int i = 0; i < n; ++i) {
-        const gestion_radio existant = lireSlot(zone, i);
-        if (existant.numeroOctets() == numero) {
+        if (numeroEnPlace(slot(zone, i)) == cherche) {
             std::memcpy(slot(zone, i), &gr, sizeof gr);
             return;
         }
-        if (libre < 0 && existant.estLibre())
+        if (libre < 0 && estLibreEnPlace(slot(zone, i)))
             libre = i;
     }
     // A full table drops the record: the main application frees slots.
@@ -86,7 +79,7 @@ void fonctions_bases::setModuleTaux(QString adresse, double taux_reception, doub
     const int n = nbSlots(zone);
     std::lock_guard<std::mutex> verrou(mutexZoneHF);
     for (int i = 0; i < n; ++i) {
-        if (!lireSlot(zone, i).aPourNumero(adresse))
+        if (numeroEnPlace(slot(zone, i)) != adresse)
             continue;
         // Only the two rates: the reception thread may be rewriting the rest
         // of the record at the same moment.
@@ -129,16 +122,21 @@ gestion_radio fonctions_bases::moduleNonTrouve()
 
 gestion_radio fonctions_bases::getModule(QString adresse)
 {
-    les_modules_radio *modules = getLesModulesRadio();
+    // The table is searched where it lies and only the record found is
+    // copied: the module update asks at every frame, and a copy of the whole
+    // table would cost more than the search.
     gestion_radio trouve = moduleNonTrouve();
-    if (modules) {
-        for (const gestion_radio &gr : modules->modules) {
-            if (gr.present != 0 && gr.numeroTexte() == adresse) {
-                trouve = gr;
-                break;
-            }
+    ZonePartagee zone(CLE_ZONE_HF);
+    if (!zone.attach(QSharedMemory::ReadOnly))
+        return trouve;
+    const int n = nbSlots(zone);
+    std::lock_guard<std::mutex> verrou(mutexZoneHF);
+    for (int i = 0; i < n; ++i) {
+        const uchar *record = slot(zone, i);
+        if (record[offsetof(gestion_radio, present)] != 0 && numeroEnPlace(record) == adresse) {
+            std::memcpy(&trouve, record, sizeof trouve);
+            break;
         }
-        std::free(modules);
     }
     return trouve;
 }

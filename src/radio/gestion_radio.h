@@ -3,6 +3,7 @@
 
 #include "radio/champs.h"
 
+#include <QLatin1String>
 #include <QString>
 #include <QtGlobal>
 
@@ -73,6 +74,19 @@ inline void ecrireTauxEnPlace(uchar *slot, double taux_reception, double taux_ut
 {
     Champs::ecrireNombre(slot + offsetof(gestion_radio, taux_reception), taux_reception);
     Champs::ecrireNombre(slot + offsetof(gestion_radio, taux_utilisation), taux_utilisation);
+}
+
+// A record's address and state read in place in the segment, without copying
+// the record: the table is searched at every frame.
+inline QLatin1String numeroEnPlace(const uchar *slot)
+{
+    const char *numero = reinterpret_cast<const char *>(slot) + offsetof(gestion_radio, numero);
+    return QLatin1String(numero, static_cast<int>(qstrnlen(numero, gestion_radio::LARGEUR_NUMERO)));
+}
+inline bool estLibreEnPlace(const uchar *slot)
+{
+    return slot[offsetof(gestion_radio, present)] == 0 &&
+           slot[offsetof(gestion_radio, numero)] == '\0';
 }
 
 // The whole segment "Zone_HF": 100 module records, slot i at byte 216 x i.

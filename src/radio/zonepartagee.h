@@ -37,7 +37,7 @@ public:
 private:
     Q_DISABLE_COPY(ZonePartagee)
 
-    const QString nom;
+    const char *const nom;
     QString refus;
 };
 
