@@ -64,7 +64,11 @@ bool DaemonBanc::demarrer(const Lancement &lancement, QString *erreur)
     processus.setProcessEnvironment(env);
     processus.setStandardOutputFile(QProcess::nullDevice());
     processus.setStandardErrorFile(QProcess::nullDevice());
-    processus.start(CHEMIN_DAEMON, lancement.arguments);
+    if (lancement.sous.isEmpty())
+        processus.start(CHEMIN_DAEMON, lancement.arguments);
+    else
+        processus.start(lancement.sous.first(),
+                        lancement.sous.mid(1) + QStringList(CHEMIN_DAEMON) + lancement.arguments);
     if (!processus.waitForStarted(5000)) {
         *erreur = processus.errorString();
         return false;
@@ -82,11 +86,12 @@ bool DaemonBanc::demarrer(const Lancement &lancement, QString *erreur)
     }
     // The daemon restarts the tunnel (a 2 s pause) before it binds; then one
     // frame stored tells that the whole road works.
+    const int patience = lancement.sous.isEmpty() ? 1 : 10;
     QElapsedTimer attente;
     attente.start();
-    while (pertesNoyau() < 0 && enMarche() && attente.elapsed() < 20000 && !interrompu())
+    while (pertesNoyau() < 0 && enMarche() && attente.elapsed() < 20000 * patience && !interrompu())
         QThread::msleep(50);
-    if (pertesNoyau() < 0 || !envoyerUne() || attendreLignes(1, 10000) < 1) {
+    if (pertesNoyau() < 0 || !envoyerUne() || attendreLignes(1, 10000 * patience) < 1) {
         *erreur = QStringLiteral("the daemon did not store a first frame");
         return false;
     }
@@ -187,6 +192,23 @@ qint64 DaemonBanc::envoyer(double parSeconde, double secondes)
         envoyees += envoyerUne() ? 1 : 0;
     }
     return envoyees;
+}
+
+qint64 DaemonBanc::envoyerAuRythme(qint64 nombre, const std::function<QByteArray(qint64)> &trame,
+                                   int enVol)
+{
+    const qint64 debut = lignes();
+    qint64 stockees = debut;
+    for (qint64 k = 0; k < nombre && !interrompu(); ++k) {
+        // Counting the rows costs a look at the file: only when the margin is spent.
+        while (debut + k - stockees >= enVol && enMarche() && !interrompu()) {
+            QThread::msleep(2);
+            stockees = lignes();
+        }
+        const QByteArray t = trame(k);
+        ::send(prise, t.constData(), static_cast<size_t>(t.size()), 0);
+    }
+    return attendreLignes(debut + nombre) - debut;
 }
 
 qint64 DaemonBanc::rafale(int nombre)

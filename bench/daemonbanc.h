@@ -7,6 +7,7 @@
 #include <QProcess>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 
 // Rows of a table of an SQLite file, or -1 when it cannot be read.
@@ -33,6 +34,9 @@ public:
         // The sandbox, database included, on tmpfs: for the measures that are
         // not about the disk and need many frames.
         bool baseEnMemoire = false;
+        // A program the daemon runs under (valgrind and its options); it is
+        // then given more time to start.
+        QStringList sous;
     };
     bool demarrer(const Lancement &lancement, QString *erreur);
     // SIGTERM, then SIGKILL if it lingers; the double's segments go with this object.
@@ -51,6 +55,12 @@ public:
 
     // Frames of the 100 modules in turn, paced evenly; returns how many left.
     qint64 envoyer(double parSeconde, double secondes);
+    // `nombre` frames made by `trame` from their rank, as fast as the daemon
+    // stores them: never more than `enVol` sent and not yet stored, so that
+    // none is dropped. Returns how many were stored.
+    qint64 envoyerAuRythme(qint64 nombre, const std::function<QByteArray(qint64)> &trame,
+                           int enVol = 64);
+    qint64 pid() const { return processus.processId(); }
     // `nombre` datagrams back to back.
     qint64 rafale(int nombre);
     // Waits until `attendues` rows are stored, or until no row has come for

@@ -1,6 +1,8 @@
 #ifndef EPREUVES_H
 #define EPREUVES_H
 
+#include <QString>
+
 class Tableau;
 
 // How long each measure runs: the full run, or a quick check (--court) whose
@@ -18,7 +20,10 @@ struct Reglages
     // The daemon's clock speed-up in the memory run: 30 makes 200 frames/s
     // the design load (each module every 15 s) and its hour two minutes.
     double accelerationHorloge = 30;
-    int periodeMemoire = 20; // the daemon's cycle period in the memory run
+    int periodeMemoire = 20;       // the daemon's cycle period in the memory run
+    int tramesInondation = 200000; // frames from as many addresses
+    int tramesHeure = 460800;      // an hour at 128 frames/s
+    int nbCyclesHeure = 20;        // timed cycles behind that hour
 
     static Reglages pourCourt();
 };
@@ -35,5 +40,22 @@ void mesurerLiaisonSerie(const Reglages &r, Tableau &tableau);
 void mesurerMemoire(const Reglages &r, Tableau &tableau);
 // c. One acquisition cycle at the design load, in this process.
 void mesurerCycle(const Reglages &r, Tableau &tableau);
+// A timed cycle behind an hour of frames, each module heard every `ecartSecondes`.
+struct ProfilCycle
+{
+    QString lettre;
+    double ecartSecondes;
+    double objectifMs;
+    int nbCycles;
+};
+void mesurerCycleAvecHistorique(const Reglages &r, Tableau &tableau, const ProfilCycle &profil);
+// e. A flood of addresses each heard once: resident memory and CPU per frame.
+void mesurerInondation(const Reglages &r, Tableau &tableau);
+// f. An hour of frames at the serial link's ceiling: resident memory and cycle.
+void mesurerHeureALaLiaison(const Reglages &r, Tableau &tableau);
+// g. Instructions per frame of the daemon and of the bare replay (callgrind).
+void mesurerInstructions(const Reglages &r, Tableau &tableau);
+// The replay's frames alone under callgrind (the bench's hidden replay mode).
+int rejouerPourCallgrind(const QString &fichier, int nombre);
 
 #endif // EPREUVES_H

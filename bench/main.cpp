@@ -55,6 +55,9 @@ Reglages Reglages::pourCourt()
     r.tramesMemoire = 3000;
     r.accelerationHorloge = 300;
     r.periodeMemoire = 1;
+    r.tramesInondation = 20000;
+    r.tramesHeure = 46080;
+    r.nbCyclesHeure = 4;
     return r;
 }
 
@@ -62,15 +65,18 @@ int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
     QStringList arguments = QCoreApplication::arguments().mid(1);
+    // Run by measure g under callgrind: the replay's frames, nothing else.
+    if (arguments.size() == 3 && arguments.first() == QLatin1String("--rejeu-instructions"))
+        return rejouerPourCallgrind(arguments.at(1), arguments.at(2).toInt());
     const bool court = arguments.removeAll(QStringLiteral("--court")) > 0;
     // The measures asked for by letter; none named runs them all.
-    const QStringList toutes{"a", "b", "c", "d"};
+    const QStringList toutes{"a", "b", "c", "d", "e", "f", "g"};
     const QStringList choisies = arguments.isEmpty() ? toutes : arguments;
     for (const QString &lettre : choisies) {
         if (!toutes.contains(lettre)) {
             std::fprintf(stderr,
-                         "usage: %s [--court] [a] [b] [c] [d]\n  --court  a quick run (~1.5 "
-                         "min): shorter steps, fewer frames and cycles\n  a b c d  only these "
+                         "usage: %s [--court] [a] [b] [c] [d] [e] [f] [g]\n  --court  a quick run: "
+                         "shorter steps, fewer frames and cycles\n  a ... g  only these "
                          "measures (all by default)\n",
                          argv[0]);
             return 2;
@@ -86,10 +92,9 @@ int main(int argc, char *argv[])
 
     Tableau tableau;
     const QList<QPair<QString, void (*)(const Reglages &, Tableau &)>> mesures = {
-        {"a", mesurerDebit},
-        {"b", mesurerLiaisonSerie},
-        {"c", mesurerCycle},
-        {"d", mesurerMemoire}};
+        {"a", mesurerDebit},       {"b", mesurerLiaisonSerie}, {"c", mesurerCycle},
+        {"d", mesurerMemoire},     {"e", mesurerInondation},   {"f", mesurerHeureALaLiaison},
+        {"g", mesurerInstructions}};
     for (const auto &mesure : mesures) {
         if (choisies.contains(mesure.first) && !interrompu())
             mesure.second(reglages, tableau);

@@ -101,22 +101,47 @@ double cpuFil()
 
 } // namespace
 
-Rejeu::Resultat Rejeu::mesurer(const QString &fichier, double secondes)
+namespace {
+// The schema, then a first round that inserts the modules: the daemon's
+// steps find them known and update them.
+QString creerEtPeupler(const QByteArray &chemin, quint32 date)
 {
-    Resultat r;
-    const QByteArray chemin = fichier.toUtf8();
     if (sqlite3 *base = ouvrir(chemin)) {
         for (const char *sql : SCHEMA)
             executer(base, sql);
         sqlite3_close(base);
     }
+    QString erreur;
+    for (quint32 n = 0; n < Reseau::NB_MODULES && erreur.isEmpty(); ++n)
+        erreur = rejouerTrame(chemin, n, date);
+    return erreur;
+}
+} // namespace
 
+QString Rejeu::preparer(const QString &fichier)
+{
+    return creerEtPeupler(fichier.toUtf8(),
+                          static_cast<quint32>(QDateTime::currentSecsSinceEpoch()));
+}
+
+QString Rejeu::rejouer(const QString &fichier, int nombre)
+{
+    const QByteArray chemin = fichier.toUtf8();
     const quint32 date = static_cast<quint32>(QDateTime::currentSecsSinceEpoch());
-    quint32 n = 0;
-    // The first round, untimed, inserts the modules: the daemon's steps find
-    // them known and update them.
-    for (; n < Reseau::NB_MODULES && r.erreur.isEmpty(); ++n)
-        r.erreur = rejouerTrame(chemin, n, date);
+    QString erreur;
+    for (quint32 n = Reseau::NB_MODULES;
+         n < static_cast<quint32>(Reseau::NB_MODULES + nombre) && erreur.isEmpty(); ++n)
+        erreur = rejouerTrame(chemin, n, date);
+    return erreur;
+}
+
+Rejeu::Resultat Rejeu::mesurer(const QString &fichier, double secondes)
+{
+    Resultat r;
+    const QByteArray chemin = fichier.toUtf8();
+    const quint32 date = static_cast<quint32>(QDateTime::currentSecsSinceEpoch());
+    r.erreur = creerEtPeupler(chemin, date);
+    quint32 n = Reseau::NB_MODULES;
     const double cpuAvant = cpuFil();
     QElapsedTimer chrono;
     chrono.start();

@@ -25,6 +25,12 @@ public:
     // Replays frames of the bench's 100 modules, round robin, for `secondes`
     // into a new file `fichier`.
     static Resultat mesurer(const QString &fichier, double secondes);
+
+    // The same in two steps, for an instruction count of the frames alone:
+    // the schema and a first round that inserts the modules, then `nombre`
+    // frames that update them. An empty text when all went as in the daemon.
+    static QString preparer(const QString &fichier);
+    static QString rejouer(const QString &fichier, int nombre);
 };
 
 #endif // REJEU_H
