@@ -29,6 +29,9 @@ void TestDemarrageProcessus::initTestCase()
 {
     QVERIFY(bac.estValide());
     bac.activer();
+    // What the tunnel script inherits from the daemon.
+    bac.ecrireScript("/etc/init.d/tunslip6",
+                     "ls -l /proc/$$/fd/ > '" + bac.chemin("/fd.txt") + "'");
     QVERIFY(doublure.creerZones());
     QVERIFY(DoublureApplication::creerBaseAppareil(bac.chemin("/var/base/itessalin.db"),
                                                    {"RJ45", "RADIO", "RADIO Contact"}));
@@ -86,6 +89,9 @@ void TestDemarrageProcessus::ligneDeDemarrageSeule()
         QStringLiteral("^\\d\\d/\\d\\d/\\d{4} D\uFFFDmarrage de AcquisitionRADIO$"));
     QVERIFY2(attendu.match(lignes.at(1)).hasMatch(), qPrintable(lignes.at(1)));
     QCOMPARE(lignes.at(1).left(10), QDate::currentDate().toString("dd/MM/yyyy"));
+    QFile fd(bac.chemin("/fd.txt"));
+    QVERIFY(fd.open(QIODevice::ReadOnly));
+    QVERIFY2(!fd.readAll().contains("acquisitionradio.lock"), "the lock reached the script");
 }
 
 void TestDemarrageProcessus::logEtPeriodeUneSeconde()
