@@ -171,7 +171,7 @@ DPKG=(dpkg "--root=$RACINE" "--log=$TRAVAIL/dpkg.log" --force-script-chrootless 
 [ "$(id -u)" -eq 0 ] || DPKG+=(--force-not-root)
 "${DPKG[@]}" -i "$DEB" >"$TRAVAIL/dpkg-i.log" 2>&1 || {
     cat "$TRAVAIL/dpkg-i.log" >&2
-    fatal "dpkg --root -i failed (the postinst's update-rc.d must work on DPKG_ROOT)"
+    fatal "dpkg --root -i failed (the maintainer scripts must work under DPKG_ROOT)"
 }
 etat=$(dpkg-query "--admindir=$RACINE/var/lib/dpkg" -W -f='${Status}' "$NOM")
 [ "$etat" = "install ok installed" ] || echec "package state after dpkg -i: '$etat'"
