@@ -1,11 +1,16 @@
 # Debian package of the daemon, for the appliance:
 #   scripts/paquet.sh, or: cmake --build <build> && (cd <build> && cpack -G DEB)
 # It holds /usr/bin/acquisitionradio (and every other program installed to
-# bin), its init script, /etc/default and logrotate files, and the /var/base
-# directory of the databases.
+# bin), its systemd unit, its init script and the script's watcher,
+# /etc/default and logrotate files, the manual pages, the copyright and the
+# Debian changelog. The maintainer scripts do what debhelper's would.
 
+# The one place of the maintainer field (also written into the changelog): a
+# placeholder that the vendor replaces with its own address.
 set(ACQUISITIONRADIO_MAINTENEUR "iTessalin radio acquisition <acquisition@itessalin.invalid>"
     CACHE STRING "Maintainer field of the Debian package")
+set(ACQUISITIONRADIO_REVISION_DEB 1 CACHE STRING
+    "Debian revision of the package, after the project's version")
 set(ACQUISITIONRADIO_ARCHITECTURE_DEB "" CACHE STRING
     "Debian architecture of the package (empty: the target processor's, or dpkg's for a native build)")
 
@@ -50,23 +55,18 @@ option(ACQUISITIONRADIO_PAQUET_SHLIBDEPS
 
 # The SQLite driver is a Qt plugin loaded by name at run time: no linker, and so
 # no dpkg-shlibdeps, can see it. The init script's functions come from
-# sysvinit-utils on Debian 12 and from lsb-base before.
-set(_dependances "libqt5sql5-sqlite (>= 5.15)"
-                 "sysvinit-utils (>= 3.05-4~) | lsb-base (>= 3.0-6)")
+# sysvinit-utils since Debian 12.
+set(_dependances "libqt5sql5-sqlite (>= 5.15)" "sysvinit-utils (>= 3.05-4~)")
 if(NOT ACQUISITIONRADIO_PAQUET_SHLIBDEPS)
     list(PREPEND _dependances libc6 libgcc-s1 libstdc++6 "libqt5core5a (>= 5.15)"
                  "libqt5sql5 (>= 5.15)")
-    # The technician's inspector, installed beside the daemon, reads the UDP
-    # socket's counters through Qt Network.
-    if(TARGET vueradio)
-        list(APPEND _dependances "libqt5network5 (>= 5.15)")
-    endif()
 endif()
 list(JOIN _dependances ", " _dependances)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME acquisitionradio)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${ACQUISITIONRADIO_REVISION_DEB})
 set(CPACK_PACKAGE_CONTACT "${ACQUISITIONRADIO_MAINTENEUR}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "radio acquisition service of the iTessalin data logger")
 # One line each in the control file, as dpkg shows them.
@@ -75,8 +75,10 @@ string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
     "modules through the border router's tunslip6 tunnel, keeps the modules'"
     "state in /var/base/hf.db and in shared memory, supervises the border"
     "router, and publishes each configured radio channel's value to the main"
-    "application. Started at boot by /etc/init.d/acquisitionradio with the"
-    "options of /etc/default/acquisitionradio.")
+    "application. Started at boot by its systemd unit, or by"
+    "/etc/init.d/acquisitionradio without systemd, with the options of"
+    "/etc/default/acquisitionradio; vueradio shows what it keeps and whether"
+    "it is healthy.")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
@@ -86,6 +88,8 @@ if(_architecture_deb)
 endif()
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ${ACQUISITIONRADIO_PAQUET_SHLIBDEPS})
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "${_dependances}")
+# The maintainer scripts' "invoke-rc.d --skip-systemd-native", as debhelper has it.
+set(CPACK_DEBIAN_PACKAGE_PREDEPENDS "init-system-helpers (>= 1.54~)")
 # ps gives the connection log its memory figure; logrotate keeps the logs small.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "procps, logrotate")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
@@ -101,15 +105,40 @@ set(CPACK_SOURCE_IGNORE_FILES "/\\\\.git/" "/build[^/]*/" "/demo/")
 # test suite, beside test programs that a rebuild would replace under them.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
-# The appliance's absolute paths; the daemon itself goes to <prefix>/bin, /usr/bin
-# in the package.
+# The appliance's absolute paths; the programs go to <prefix>/bin, /usr/bin in
+# the package.
 set(_emballage ${PROJECT_SOURCE_DIR}/packaging)
 install(PROGRAMS ${_emballage}/acquisitionradio.init DESTINATION /etc/init.d
         RENAME acquisitionradio)
+install(PROGRAMS ${_emballage}/acquisitionradio.veille DESTINATION libexec/acquisitionradio
+        RENAME veille)
+install(FILES ${_emballage}/acquisitionradio.service DESTINATION /lib/systemd/system)
 install(FILES ${_emballage}/acquisitionradio.default DESTINATION /etc/default
         RENAME acquisitionradio)
 install(FILES ${_emballage}/acquisitionradio.logrotate DESTINATION /etc/logrotate.d
         RENAME acquisitionradio)
-install(DIRECTORY DESTINATION /var/base)
+install(FILES ${_emballage}/debian/copyright DESTINATION share/doc/acquisitionradio)
+
+# The changelog and the manual pages, compressed as Debian wants them (gzip -9,
+# no name or time stamp inside), when the programs are built.
+set(ACQUISITIONRADIO_VERSION_DEB ${PROJECT_VERSION}-${ACQUISITIONRADIO_REVISION_DEB})
+set(ACQUISITIONRADIO_VERSION ${PROJECT_VERSION})
+set(_documents)
+foreach(_document debian/changelog.in:changelog.Debian man/acquisitionradio.8:acquisitionradio.8
+                  man/vueradio.1:vueradio.1)
+    string(REPLACE ":" ";" _document ${_document})
+    list(GET _document 0 _source)
+    list(GET _document 1 _nom)
+    configure_file(${_emballage}/${_source} ${CMAKE_BINARY_DIR}/paquet/${_nom} @ONLY)
+    add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/paquet/${_nom}.gz
+        COMMAND gzip -9nfk ${_nom}
+        DEPENDS ${CMAKE_BINARY_DIR}/paquet/${_nom}
+        WORKING_DIRECTORY ${CMAKE_BINARY_DIR}/paquet VERBATIM)
+    list(APPEND _documents ${CMAKE_BINARY_DIR}/paquet/${_nom}.gz)
+endforeach()
+add_custom_target(documents_paquet ALL DEPENDS ${_documents})
+install(FILES ${CMAKE_BINARY_DIR}/paquet/changelog.Debian.gz DESTINATION share/doc/acquisitionradio)
+install(FILES ${CMAKE_BINARY_DIR}/paquet/acquisitionradio.8.gz DESTINATION share/man/man8)
+install(FILES ${CMAKE_BINARY_DIR}/paquet/vueradio.1.gz DESTINATION share/man/man1)
 
 include(CPack)

@@ -8,8 +8,10 @@
 # Ctrl-C stops everything: the daemon first, then the network, then the
 # main application, which removes the shared segments. Everything the demo
 # writes stays in the sandbox (default ./demo): the daemon's log, the
-# network's frames, the calls of the stub tunnel and border-router scripts.
-# Type commands into the table (enregistrer, voie ..., retirer ..., aide).
+# network's frames, the calls of the stub tunnel and border-router scripts,
+# and env.sh, which points vueradio in another terminal at the sandbox
+# (". demo/env.sh"). Type commands into the table (enregistrer, voie ...,
+# retirer ..., aide).
 
 set -uo pipefail
 
@@ -22,7 +24,7 @@ while [ $# -gt 0 ]; do
         --duree) duree=${2:?--duree needs seconds}; shift 2 ;;
         --periode) periode=${2:?--periode needs seconds}; shift 2 ;;
         --dossier) dossier=${2:?--dossier needs a directory}; shift 2 ;;
-        -h|--help) sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+        -h|--help) sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
         *) echo "demo.sh: unknown argument $1 (see --help)" >&2; exit 2 ;;
     esac
 done
@@ -38,7 +40,7 @@ construction="${BUILD_DIR:-$depot/build}"
 if [ ! -f "$construction/CMakeCache.txt" ]; then
     cmake -S "$depot" -B "$construction" || exit 1
 fi
-make -C "$construction" -j"$(nproc)" acquisitionradio simulateur_appareil simulateur_reseau \
+make -C "$construction" -j"$(nproc)" acquisitionradio simulateur_appareil simulateur_reseau vueradio \
     >"${TMPDIR:-/tmp}/demo-construction.$$.log" 2>&1 || {
     cat "${TMPDIR:-/tmp}/demo-construction.$$.log" >&2
     rm -f "${TMPDIR:-/tmp}/demo-construction.$$.log"
@@ -56,8 +58,10 @@ dossier=$(cd "$dossier" && pwd)
 racine="$dossier/racine"
 # Only what an earlier demo left is removed, never the directory itself.
 rm -rf "$racine" "$dossier/tmp"
-rm -f "$dossier"/{appels.txt,acquisitionradio.log,reseau.log,appareil.conf,reseau.conf,commandes}
-mkdir -p "$racine"/{var/base,var/log,root,etc/init.d,etc/scripts} "$dossier/tmp"
+rm -f "$dossier"/{appels.txt,env.sh,reseau.log,appareil.conf,reseau.conf,commandes}
+mkdir -p "$racine"/{var/base,var/log,root,run,etc/init.d,etc/scripts} "$dossier/tmp"
+# Where the init script keeps the daemon's messages, so that vueradio sante finds them.
+journal="$racine/var/log/acquisitionradio.log"
 
 # The tunnel and border-router scripts only record that they were called.
 for script in etc/init.d/tunslip6 etc/scripts/reset_br.sh etc/scripts/repair_br.sh; do
@@ -87,6 +91,15 @@ export ACQUISITIONRADIO_ADRESSE="::1"
 export ACQUISITIONRADIO_PORT
 ACQUISITIONRADIO_PORT=$(port_libre)
 export TMPDIR="$dossier/tmp"
+
+# For vueradio in another terminal: ". demo/env.sh". The live table shows it too.
+{
+    printf 'export TMPDIR=%q\n' "$TMPDIR"
+    printf 'export ACQUISITIONRADIO_RACINE=%q\n' "$ACQUISITIONRADIO_RACINE"
+    printf 'export ACQUISITIONRADIO_PORT=%q\n' "$ACQUISITIONRADIO_PORT"
+} >"$dossier/env.sh"
+echo "Demo on UDP port $ACQUISITIONRADIO_PORT. In another terminal:"
+echo "  . $dossier/env.sh && $construction/tools/vueradio/vueradio sante"
 
 cat >"$dossier/appareil.conf" <<'EOF'
 type Aucun
@@ -153,7 +166,7 @@ arreter() {
     fi
     echo
     echo "Demo stopped. Sandbox: $dossier"
-    echo "  daemon log: $dossier/acquisitionradio.log"
+    echo "  daemon log: $journal"
     echo "  frames sent: $dossier/reseau.log"
     echo "  tunnel and border-router calls: $dossier/appels.txt"
 }
@@ -170,7 +183,8 @@ if [ -t 0 ] && [ -r /dev/tty ]; then
     entree=/dev/tty
 fi
 options_appareil=(--config "$dossier/appareil.conf" --raz-battement --commandes "$dossier/commandes"
-                  --suivre "$dossier/reseau.log" --suivre "$dossier/appels.txt")
+                  --suivre "$dossier/reseau.log" --suivre "$dossier/appels.txt"
+                  --suivre "$dossier/env.sh")
 # Started in the background so that Ctrl-C reaches this script alone (a
 # script's background jobs ignore it) and the stops keep their order.
 "$appareil" "${options_appareil[@]}" <"$entree" &
@@ -180,7 +194,7 @@ pid_appareil=$!
     >"$dossier/reseau.log" 2>&1 </dev/null &
 pid_reseau=$!
 
-"$daemon" -log -periode "$periode" >"$dossier/acquisitionradio.log" 2>&1 </dev/null &
+"$daemon" -log -periode "$periode" >"$journal" 2>&1 </dev/null &
 pid_daemon=$!
 
 if [ -n "$duree" ]; then

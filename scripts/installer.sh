@@ -3,8 +3,9 @@
 # need and the machine lacks. Nothing is installed when everything is there.
 set -euo pipefail
 
+# lintian and systemd (systemd-analyze) check the Debian package in its test.
 paquets=(cmake make g++ qtbase5-dev libqt5sql5-sqlite procps iproute2 faketime sqlite3
-         libsqlite3-dev dpkg-dev file logrotate "$@")
+         libsqlite3-dev dpkg-dev file logrotate lintian systemd "$@")
 
 manquants=()
 for paquet in "${paquets[@]}"; do

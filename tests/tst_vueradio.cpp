@@ -4,6 +4,8 @@
 #include "radio/demande_enregistrement.h"
 #include "radio/fonctions_bases.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QTest>
 #include <QUdpSocket>
@@ -38,11 +40,16 @@ class TestVueRadio : public QObject
 
     int lancer(const QStringList &arguments, bool sansSources = false)
     {
+        return executer(sansSources ? vide.environnement(BacASable::portLibre())
+                                    : bac.environnement(service.localPort()),
+                        N, arguments);
+    }
+    int executer(const QProcessEnvironment &env, quint32 maintenant, const QStringList &arguments)
+    {
         QProcess p;
-        p.setProcessEnvironment(sansSources ? vide.environnement(BacASable::portLibre())
-                                            : bac.environnement(service.localPort()));
+        p.setProcessEnvironment(env);
         p.start(REPERTOIRE_OUTILS "/vueradio/vueradio",
-                QStringList{"--maintenant", QString::number(N)} + arguments);
+                QStringList{"--maintenant", QString::number(maintenant)} + arguments);
         const bool fini = p.waitForFinished(20000) && p.exitStatus() == QProcess::NormalExit;
         out = p.readAllStandardOutput();
         err = p.readAllStandardError();
@@ -110,7 +117,7 @@ private slots:
         rangee("silent", "table", 0, "3;00000031;00000021;1;A;-18.5;3.1;3;768;755;-;-;361;silent");
         rangee("removed", "table", 0, "6;00000099;BR;0;A;7;3.1;1;260;247;-;-;50;removed");
         rangee("tree summary", "arbre", 0,
-               "Radio tree: 6 live modules, 1 silent (last frame more than 360 s ago)");
+               "Radio tree: 5 live modules, 1 silent (last frame more than 360 s ago)");
         rangee("tree, silent", "arbre", 0,
                "|;`-- 00000031;hops 3, rank step 755, reception -, SILENT (last frame 361 s ago)");
         rangee("heartbeat", "zones", 0, "Demande_enreg;acquisitionRADIO_fonctionne;81;1;heartbeat");
@@ -124,11 +131,12 @@ private slots:
         rangee("from modules", "base", 0, "00000077;00000011;2023-11-13 21:13:20;90000;0;modules");
         rangee("rates 24 h", "base", 0, "00000011;4;90.0;80.0;90.0;10.0");
         rangee("no table", "table", 2, "segment Zone_HF does not exist");
+        rangee("no tree", "arbre", 2, "segment Zone_HF does not exist");
         rangee("no DOT", "arbre --dot", 2, "segment Zone_HF does not exist");
         rangee("no zones", "zones", 2, "segment Demande_enreg does not exist");
         rangee("no database", "base", 2, "hf.db does not exist");
         rangee("no socket", "udp", 2, "no UDP socket bound to port");
-        rangee("unknown command", "bidule", 1, "usage");
+        rangee("unknown command", "bidule", 1, "vueradio: unknown command 'bidule'\nusage: ");
     }
     void sortie()
     {
@@ -139,6 +147,8 @@ private slots:
         if (code == 0)
             QCOMPARE(ligne(out, cellules.mid(0, 2)), cellules);
         QVERIFY2(code == 0 || err.contains(cellules.first()), qPrintable(err));
+        // What is missing is said under its section's heading.
+        QVERIFY2(!out.contains("\n\n  (unavailable)"), qPrintable(out));
         QVERIFY(code == 0 || !commande.contains("--dot") || out.isEmpty()); // no half graph
         QVERIFY(!QFile::exists(vide.chemin("/var/base/hf.db")));
     }
@@ -192,6 +202,81 @@ private slots:
         QVERIFY2(code == 0 && c.size() == 4 && c.at(1).toInt() > 0 && c.at(1).toInt() < 64 &&
                      c.at(2).toInt() > 0,
                  qPrintable(out));
+    }
+
+    // Against a daemon in a sandbox of its own: ok while it runs with a frame
+    // just stored, a warning once that frame is older than the repair limit,
+    // critical once the daemon is stopped.
+    void sante()
+    {
+        BacASable s;
+        s.activer();
+        DoublureApplication zones;
+        QVERIFY(zones.creerZones());
+        const quint16 port = BacASable::portLibre();
+        const QProcessEnvironment env = s.environnement(port);
+        QProcess daemon;
+        daemon.setProcessEnvironment(env);
+        daemon.setStandardErrorFile(s.chemin("/var/log/acquisitionradio.log"));
+        daemon.start(CHEMIN_DAEMON, QStringList());
+        const QString base = s.chemin("/var/base/hf.db");
+        // Sent until one is stored: the socket is bound after the tunnel restart.
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                QUdpSocket().writeDatagram("A00000011:br:20:215",
+                                           QHostAddress(QHostAddress::LocalHostIPv6), port);
+                return QFile::exists(base) &&
+                       lignes(base, "select count(*) from mesures_hf").toInt() > 0;
+            },
+            20000));
+        const quint32 t = QDateTime::currentSecsSinceEpoch();
+
+        QCOMPARE(executer(env, t, {"sante"}), 0);
+        QVERIFY2(QRegularExpression(
+                     QString("\n  ok +daemon +running, pid %1, since ").arg(daemon.processId()))
+                         .match(out)
+                         .hasMatch() &&
+                     QRegularExpression("\n  info +tunnel restart +\\d{4}-.* at the daemon's "
+                                        "start\n")
+                         .match(out)
+                         .hasMatch() &&
+                     out.endsWith("\nHealth: ok (exit status 0)\n"),
+                 qPrintable(out));
+        QCOMPARE(executer(env, t + 400, {"sante"}), 1);
+        QVERIFY2(QRegularExpression("\n  WARNING +frames +newest frame stored 6 min ago .*module "
+                                    "00000011\\), more than 360 s\n")
+                     .match(out)
+                     .hasMatch(),
+                 qPrintable(out));
+
+        daemon.terminate();
+        QVERIFY(daemon.waitForFinished());
+        // The supervision's lines, as the init script's watcher keeps them.
+        QFile journal(s.chemin("/var/log/acquisitionradio.log"));
+        QVERIFY(journal.open(QIODevice::Append));
+        journal.write("2026-11-23 10:00:00 23/11/2026 10:00:00 (serveur_udp) RESTART TUNSLIP6 : "
+                      "Aucune trame\n2026-11-23 10:00:01 23/11/2026 10:00:01 (serveur_udp) "
+                      "restartTunslip6()\n23/11/2026 10:07:00 (serveur_udp) REPAIR BR : Modules "
+                      "concernés : 00000033 (>360s)\n");
+        journal.close();
+        QCOMPARE(executer(env, t, {"sante", "--json"}), 2);
+        const QJsonObject o = QJsonDocument::fromJson(out.toUtf8()).object();
+        const QJsonObject checks = o.value("checks").toObject();
+        QStringList etats;
+        for (const char *nom : {"daemon", "udp", "frames", "segments", "scripts", "database"})
+            etats << QString(nom) + ' ' + checks.value(nom).toObject().value("status").toString();
+        QCOMPARE(o.value("status").toString(), "critical");
+        QCOMPARE(etats.join(", "), "daemon critical, udp critical, frames ok, segments ok, "
+                                   "scripts ok, database ok");
+        const auto action = [&](const char *nom) -> QString {
+            const QJsonObject a = checks.value(nom).toObject();
+            return QDateTime::fromSecsSinceEpoch(static_cast<qint64>(a.value("time").toDouble(-1)))
+                       .toString("hh:mm:ss ") +
+                   a.value("line").toString();
+        };
+        QCOMPARE(action("tunnel_restart"), "10:00:01 Aucune trame");
+        QCOMPARE(action("repair"), "10:07:00 Modules concernés : 00000033 (>360s)");
+        QVERIFY(!checks.value("reset").toObject().contains("time"));
     }
 };
 

@@ -1,11 +1,14 @@
 #ifndef OPTIONS_H
 #define OPTIONS_H
 
-// What the daemon's command line asks for: "-v", "-log" and "-periode N".
+// What the daemon's command line asks for: "-v", "-log" and "-periode N", and
+// "--help" and "--version", answered before the service is built.
 struct Options
 {
     static constexpr int PERIODE_DEFAUT = 20;
 
+    bool aide = false;            // "--help"
+    bool version = false;         // "--version"
     bool verbeux = false;         // "-v": accepted, changes nothing
     int nbLog = 0;                // each "-log" turns console logging on once more
     int periode = PERIODE_DEFAUT; // seconds between two acquisition cycles
@@ -17,6 +20,10 @@ struct Options
 
     // The timer interval: period x 1000 ms, kept within what QTimer takes.
     int intervalleMs() const;
+
+    // The texts printed for "--help" and "--version", each ending with a newline.
+    static const char *texteAide();
+    static const char *texteVersion();
 };
 
 #endif // OPTIONS_H

@@ -14,10 +14,13 @@ BacASable::BacASable()
 {
     if (!dossier.isValid())
         return;
-    const QStringList dossiers = {
-        QStringLiteral("racine/var/base"),    QStringLiteral("racine/var/log"),
-        QStringLiteral("racine/root"),        QStringLiteral("racine/etc/init.d"),
-        QStringLiteral("racine/etc/scripts"), QStringLiteral("tmp")};
+    const QStringList dossiers = {QStringLiteral("racine/var/base"),
+                                  QStringLiteral("racine/var/log"),
+                                  QStringLiteral("racine/root"),
+                                  QStringLiteral("racine/etc/init.d"),
+                                  QStringLiteral("racine/etc/scripts"),
+                                  QStringLiteral("racine/run"),
+                                  QStringLiteral("tmp")};
     for (const QString &d : dossiers)
         QDir(dossier.path()).mkpath(d);
     ecrireScript(QStringLiteral("/etc/init.d/tunslip6"), QString());

@@ -7,8 +7,8 @@
 #include <QTemporaryDir>
 
 // A sandbox for one test: a file root standing for "/" (with var/base,
-// var/log, root, and stub init and border-router scripts that record each
-// call), and a directory of its own for shared memory. activer() points this
+// var/log, root, run, and stub init and border-router scripts that record
+// each call), and a directory of its own for shared memory. activer() points this
 // process at it; environnement() gives the same to a child daemon.
 class BacASable
 {

@@ -115,12 +115,14 @@ void ArbreRadio::branche(QString &t, int i, const QString &prefixe, bool dernier
 
 QString ArbreRadio::texte() const
 {
+    // Node 0 is the appliance, which is no module.
+    const int nbModules = noeuds.size() - 1;
     int nbSilencieux = 0;
     for (int i = 1; i < noeuds.size(); ++i)
         nbSilencieux += silencieux(noeuds.at(i)) ? 1 : 0;
     QString t = QStringLiteral("Radio tree: %1 live modules, %2 silent (last frame more than %3 s "
                                "ago)\n")
-                    .arg(noeuds.size() - 1)
+                    .arg(nbModules - nbSilencieux)
                     .arg(nbSilencieux)
                     .arg(SEUIL_SILENCE);
     t += montre(noeuds.at(0).module) + QStringLiteral("  (the appliance)\n");

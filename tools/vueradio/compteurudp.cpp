@@ -4,25 +4,30 @@
 
 #include <QFile>
 
+#include <arpa/inet.h>
 #include <cstring>
+#include <netinet/in.h>
 
 namespace {
 
 // The kernel prints each 32-bit word of the address in the processor's own
 // byte order: copying the words back in that order gives the address bytes.
-QHostAddress adresse(const QByteArray &hex)
+QString adresse(const QByteArray &hex)
 {
     if (hex.size() != 32)
-        return QHostAddress();
-    quint8 octets[16];
+        return QString();
+    in6_addr octets{};
     for (int mot = 0; mot < 4; ++mot) {
         bool ok = false;
         const quint32 valeur = hex.mid(mot * 8, 8).toUInt(&ok, 16);
         if (!ok)
-            return QHostAddress();
-        std::memcpy(octets + mot * 4, &valeur, 4);
+            return QString();
+        std::memcpy(octets.s6_addr + mot * 4, &valeur, 4);
     }
-    return QHostAddress(octets);
+    char texte[INET6_ADDRSTRLEN];
+    if (!inet_ntop(AF_INET6, &octets, texte, sizeof texte))
+        return QString();
+    return QString::fromLatin1(texte);
 }
 
 } // namespace
@@ -78,9 +83,8 @@ Rapport rendre(quint16 port)
                             QStringLiteral("queued bytes"), QStringLiteral("inode")},
                            QStringLiteral("gddd"));
     for (const Socket &s : sockets) {
-        t.ajouter({QStringLiteral("[%1]:%2").arg(s.adresse.toString()).arg(s.port),
-                   QString::number(s.pertes), QString::number(s.fileReception),
-                   QString::number(s.inode)});
+        t.ajouter({QStringLiteral("[%1]:%2").arg(s.adresse).arg(s.port), QString::number(s.pertes),
+                   QString::number(s.fileReception), QString::number(s.inode)});
     }
     r.texte += t.texte();
     return r;

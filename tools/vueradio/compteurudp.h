@@ -3,7 +3,6 @@
 
 #include "rapport.h"
 
-#include <QHostAddress>
 #include <QList>
 #include <QString>
 
@@ -16,7 +15,7 @@ const QString FICHIER = QStringLiteral("/proc/net/udp6");
 
 struct Socket
 {
-    QHostAddress adresse;
+    QString adresse; // as inet_ntop writes it; empty when the table's field is malformed
     quint16 port = 0;
     quint64 fileReception = 0; // bytes waiting to be read
     quint64 pertes = 0;
