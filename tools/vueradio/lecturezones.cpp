@@ -1,17 +1,24 @@
 #include "lecturezones.h"
 
 #include "radio/fonctions_bases.h"
+#include "radio/zonepartagee.h"
 
 #include <QDir>
-#include <QSharedMemory>
 
 namespace LectureZones {
 
 Copie copier(const QString &cle)
 {
-    QSharedMemory zone(cle);
-    if (!zone.attach(QSharedMemory::ReadOnly))
-        return {QByteArray(), zone.errorString(), zone.error() == QSharedMemory::NotFound};
+    // Attached as the service attaches, without Qt's semaphore of the name:
+    // an inspection must not make or remove one under the main application.
+    const QByteArray nom = cle.toLatin1();
+    ZonePartagee zone(nom.constData());
+    if (!zone.attach(QSharedMemory::ReadOnly)) {
+        // No error of Qt's: a segment made but not yet in use, as good as absent.
+        const bool introuvable =
+            zone.error() == QSharedMemory::NotFound || zone.error() == QSharedMemory::NoError;
+        return {QByteArray(), zone.errorString(), introuvable};
+    }
     Copie copie{QByteArray(static_cast<const char *>(zone.constData()), zone.size()), QString(),
                 false};
     zone.detach();
